@@ -1,0 +1,12 @@
+# Debian packages the library stands on.
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(ACE REQUIRED IMPORTED_TARGET ACE)
+pkg_check_modules(CARES REQUIRED IMPORTED_TARGET libcares)
+find_package(log4cplus REQUIRED CONFIG)
+find_package(Boost 1.74 REQUIRED COMPONENTS regex)
+find_path(DUMBNET_INCLUDE_DIR dumbnet.h REQUIRED)
+find_library(DUMBNET_LIBRARY dumbnet REQUIRED)
+add_library(corvane_dumbnet INTERFACE)
+target_include_directories(corvane_dumbnet INTERFACE ${DUMBNET_INCLUDE_DIR})
+target_link_libraries(corvane_dumbnet INTERFACE ${DUMBNET_LIBRARY})
+find_package(Threads REQUIRED)

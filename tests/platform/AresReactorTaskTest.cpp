@@ -1,6 +1,8 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
 #include <deque>
 #include <mutex>
 #include <string>
@@ -524,4 +526,26 @@ TEST(AresReactorTask, CallbacksMaySearchAgainAndStopButNotWait) {
         EXPECT_EQ(responder.queryCount("link" + std::to_string(i) + ".test"), 1);
     }
     EXPECT_EQ(asserts.texts(), std::vector<std::string>{"!isLoopThread()"});
+}
+
+TEST(AresReactorTaskDeathTest, ExitWhileRunningCancelsWhatIsInFlight) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            // Left for exit to find: the task is torn down with the process's singletons.
+            DnsResponder responder("127.53.1.10");
+            responder.start();
+            AresChannel channel(responder.address(), 10000, 1);
+            AresReactorTask::getInstance().setChannel(channel.get());
+            AresReactorTask::getInstance().start();
+            AresReactorTask::getInstance().search(
+                "hang.test", 1, 1,
+                [](void*, int in_iStatus, int, unsigned char*, int) {
+                    std::fprintf(stderr, in_iStatus == ARES_ECANCELLED ? "cancelled\n" : "status %d\n", in_iStatus);
+                },
+                nullptr);
+            responder.waitForQueries("hang.test", 1, 10s);
+            std::exit(3);
+        },
+        ::testing::ExitedWithCode(3), "^cancelled\n$");
 }

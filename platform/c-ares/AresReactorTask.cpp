@@ -90,25 +90,32 @@ bool AresReactorTask::setChannel(ares_channel in_channel) {
 
 bool AresReactorTask::start() {
     CORVANE_TRACE_SCOPE(logger(), "AresReactorTask::start");
+    // The loop thread runs, so the task is not stopped; and m_joinMutex may be
+    // held by a thread that waits for this one.
+    if (isLoopThread()) {
+        CORVANE_DEBUG(logger(), traceScope.getName() << " : refused, called on the loop thread");
+        return false;
+    }
     std::lock_guard<std::mutex> joinGuard(m_joinMutex);
-    ares_channel channel = nullptr;
     {
         std::lock_guard<std::mutex> guard(m_mutex);
         if (m_state != STOPPED_STATE) {
             CORVANE_DEBUG(logger(), traceScope.getName() << " : refused, the task is not stopped");
             return false;
         }
+    }
+    // Stopped: the last thread, if any, has done its last step, and only
+    // start (under m_joinMutex, held here) leaves the stopped state.
+    if (m_thread.joinable()) m_thread.join();
+    ares_channel channel = nullptr;
+    {
+        std::lock_guard<std::mutex> guard(m_mutex);
         if (m_channel == nullptr || m_wakeFd < 0) {
             CORVANE_DEBUG(logger(), traceScope.getName()
                                         << " : refused, " << (m_wakeFd < 0 ? "no wake-up descriptor" : "no channel"));
             return false;
         }
         channel = m_channel;
-    }
-    // A stopped task's thread has done its last step: joining it is prompt.
-    if (m_thread.joinable()) m_thread.join();
-    {
-        std::lock_guard<std::mutex> guard(m_mutex);
         // Searches are queued from here on, before the thread runs.
         m_state = RUNNING;
         m_bStopRequested = false;

@@ -485,7 +485,7 @@ TEST(AresReactorTask, LifecycleRefusesWhatItCannotDo) {
     EXPECT_TRUE(task.kill());
 }
 
-TEST(AresReactorTask, CallbacksMaySearchAgainAndStopButNotWait) {
+TEST(AresReactorTask, CallbacksMaySearchAgainAndStopButNotStartOrWait) {
     AssertCapture asserts;
     DnsResponder responder("127.53.1.9");
     responder.setDefault({DnsResponder::rcodeReply(dns::RCODE_NXDOMAIN)});
@@ -494,11 +494,12 @@ TEST(AresReactorTask, CallbacksMaySearchAgainAndStopButNotWait) {
     RunningTask running(channel);
 
     // Each link searches the next one from its callback, on the loop thread;
-    // the last one stops the task and tries to wait for it.
+    // the last one tries to start the task, stops it and tries to wait for it.
     struct Chain {
         Tally tally;
         std::vector<Tally::Outcome*> links;
         size_t next = 0;
+        bool startResult = true;
         bool waitResult = true;
         static void callback(void* in_pArg, int in_iStatus, int in_iTimeouts, unsigned char* in_abuf, int in_alen) {
             Chain* pChain = static_cast<Chain*>(in_pArg);
@@ -507,6 +508,7 @@ TEST(AresReactorTask, CallbacksMaySearchAgainAndStopButNotWait) {
                 AresReactorTask::getInstance().search(("link" + std::to_string(pChain->next) + ".test").c_str(),
                                                       1, 1, &Chain::callback, pChain);
             } else {
+                pChain->startResult = AresReactorTask::getInstance().start();
                 AresReactorTask::getInstance().stop();
                 pChain->waitResult = AresReactorTask::getInstance().waitUntilDone();
             }
@@ -515,10 +517,12 @@ TEST(AresReactorTask, CallbacksMaySearchAgainAndStopButNotWait) {
     } chain;
     for (int i = 0; i < 5; ++i) chain.links.push_back(chain.tally.add());
     RunningTask::task().search("link0.test", 1, 1, &Chain::callback, &chain);
-    ASSERT_TRUE(chain.tally.waitForCalls(chain.links.size()));
+    // Most likely already waiting when the last link tries to start the task.
     ASSERT_TRUE(RunningTask::task().waitUntilDone());
+    ASSERT_TRUE(chain.tally.waitForCalls(chain.links.size()));
 
     EXPECT_EQ(RunningTask::task().getTaskState(), Task::STOPPED_STATE);
+    EXPECT_FALSE(chain.startResult);
     EXPECT_FALSE(chain.waitResult);
     for (size_t i = 0; i < chain.links.size(); ++i) {
         EXPECT_EQ(chain.links[i]->calls, 1);

@@ -111,6 +111,31 @@ public:
     static AresReactorTask& task() { return AresReactorTask::getInstance(); }
 };
 
+// Searches "<prefix><i>.test" for each i below in_count; outcomes in that order.
+std::vector<Tally::Outcome*> searchNumbered(Tally& io_tally, const std::string& in_prefix, int in_count) {
+    std::vector<Tally::Outcome*> outcomes;
+    for (int i = 0; i < in_count; ++i) {
+        outcomes.push_back(io_tally.add());
+        search(in_prefix + std::to_string(i) + ".test", outcomes.back());
+    }
+    return outcomes;
+}
+
+// Searches each case's name, waits for every callback, then stops the task and
+// waits for its thread, so that no callback can come later. Outcomes in case order.
+template <class Cases>
+std::vector<Tally::Outcome*> searchEachAndStop(Tally& io_tally, const Cases& in_cases) {
+    std::vector<Tally::Outcome*> outcomes;
+    for (const auto& c : in_cases) {
+        outcomes.push_back(io_tally.add());
+        search(c.name, outcomes.back());
+    }
+    EXPECT_TRUE(io_tally.waitForCalls(outcomes.size()));
+    RunningTask::task().stop();
+    EXPECT_TRUE(RunningTask::task().waitUntilDone());
+    return outcomes;
+}
+
 std::vector<std::string> addressesOf(const std::vector<unsigned char>& in_answer) {
     std::vector<std::string> out;
     hostent* pHost = nullptr;
@@ -177,14 +202,7 @@ TEST(AresReactorTask, EveryServerBehaviourGivesExactlyOneCallback) {
         {"short.test", ARES_ETIMEOUT, {}, 2},
     };
     Tally tally;
-    std::vector<Tally::Outcome*> outcomes;
-    for (const auto& c : cases) {
-        outcomes.push_back(tally.add());
-        search(c.name, outcomes.back());
-    }
-    ASSERT_TRUE(tally.waitForCalls(std::size(cases)));
-    RunningTask::task().stop();
-    ASSERT_TRUE(RunningTask::task().waitUntilDone());  // no callback can come after this
+    const std::vector<Tally::Outcome*> outcomes = searchEachAndStop(tally, cases);
 
     for (size_t i = 0; i < std::size(cases); ++i) {
         const auto& c = cases[i];
@@ -232,14 +250,7 @@ TEST(AresReactorTask, AnswersFromDnsmasqComeOnTheLoopThread) {
                  {"A.TEST", ARES_SUCCESS, 1},
                  {"nothere.test", ARES_ENOTFOUND, 0}};
     Tally tally;
-    std::vector<Tally::Outcome*> outcomes;
-    for (const auto& c : cases) {
-        outcomes.push_back(tally.add());
-        search(c.name, outcomes.back());
-    }
-    ASSERT_TRUE(tally.waitForCalls(std::size(cases)));
-    RunningTask::task().stop();
-    ASSERT_TRUE(RunningTask::task().waitUntilDone());
+    const std::vector<Tally::Outcome*> outcomes = searchEachAndStop(tally, cases);
     for (size_t i = 0; i < std::size(cases); ++i) {
         SCOPED_TRACE(cases[i].name);
         EXPECT_EQ(outcomes[i]->calls, 1);
@@ -258,11 +269,7 @@ TEST(AresReactorTask, StopCancelsQueriesInFlightOnceEach) {
 
     const int count = 50;
     Tally tally;
-    std::vector<Tally::Outcome*> outcomes;
-    for (int i = 0; i < count; ++i) {
-        outcomes.push_back(tally.add());
-        search("hang" + std::to_string(i) + ".test", outcomes.back());
-    }
+    const std::vector<Tally::Outcome*> outcomes = searchNumbered(tally, "hang", count);
     for (int i = 0; i < count; ++i) ASSERT_TRUE(responder.waitForQueries("hang" + std::to_string(i) + ".test", 1, 10s));
     EXPECT_EQ(tally.calls(), 0u);
 
@@ -310,11 +317,7 @@ TEST(AresReactorTask, StopCancelsQueuedRequestsWithoutSendingThem) {
 
     const int count = 20;
     Tally tally;
-    std::vector<Tally::Outcome*> queued;
-    for (int i = 0; i < count; ++i) {
-        queued.push_back(tally.add());
-        search("queued" + std::to_string(i) + ".test", queued.back());
-    }
+    const std::vector<Tally::Outcome*> queued = searchNumbered(tally, "queued", count);
     EXPECT_TRUE(RunningTask::task().stop());
     EXPECT_EQ(RunningTask::task().getTaskState(), Task::STOPPING_STATE);
     // While stopping, a search is cancelled before it returns, on the caller's thread.

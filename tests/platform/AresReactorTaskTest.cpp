@@ -11,7 +11,6 @@
 
 #include <arpa/inet.h>
 #include <ares.h>
-#include <netdb.h>
 #include <gtest/gtest.h>
 
 #include "platform/AresReactorTask.h"
@@ -136,18 +135,21 @@ std::vector<Tally::Outcome*> searchEachAndStop(Tally& io_tally, const Cases& in_
     return outcomes;
 }
 
-std::vector<std::string> addressesOf(const std::vector<unsigned char>& in_answer) {
+// The A records of an answer as dotted addresses, and their TTLs when asked.
+std::vector<std::string> addressesOf(const std::vector<unsigned char>& in_answer,
+                                     std::vector<int>* out_pTtls = nullptr) {
     std::vector<std::string> out;
-    hostent* pHost = nullptr;
-    if (ares_parse_a_reply(in_answer.data(), static_cast<int>(in_answer.size()), &pHost, nullptr, nullptr) !=
+    ares_addrttl ttls[16];
+    int count = 16;
+    if (ares_parse_a_reply(in_answer.data(), static_cast<int>(in_answer.size()), nullptr, ttls, &count) !=
         ARES_SUCCESS) {
         return out;
     }
-    for (char** p = pHost->h_addr_list; *p != nullptr; ++p) {
+    for (int i = 0; i < count; ++i) {
         char text[INET_ADDRSTRLEN];
-        out.push_back(inet_ntop(AF_INET, *p, text, sizeof text));
+        out.push_back(inet_ntop(AF_INET, &ttls[i].ipaddr, text, sizeof text));
+        if (out_pTtls != nullptr) out_pTtls->push_back(ttls[i].ttl);
     }
-    ares_free_hostent(pHost);
     return out;
 }
 
@@ -234,8 +236,8 @@ TEST(AresReactorTask, EveryServerBehaviourGivesExactlyOneCallback) {
 
 TEST(AresReactorTask, AnswersFromDnsmasqComeOnTheLoopThread) {
     Dnsmasq dnsmasq("127.53.1.2");
-    dnsmasq.hostRecord("a.test", {"10.0.0.1"}).hostRecord("multi.test", {"10.0.0.2", "10.0.0.3"});
-    dnsmasq.cname("alias.test", "a.test");
+    dnsmasq.hostRecord("a.test", {"10.0.0.1"}).hostRecord("multi.test", {"10.0.0.2", "10.0.0.3"}, 77);
+    dnsmasq.cname("alias.test", "a.test").localTtl(5);
     startDnsmasq(dnsmasq);
     AresChannel channel(dnsmasq.address());
     RunningTask running(channel);
@@ -244,18 +246,23 @@ TEST(AresReactorTask, AnswersFromDnsmasqComeOnTheLoopThread) {
         const char* name;
         int status;
         size_t addresses;
-    } cases[] = {{"a.test", ARES_SUCCESS, 1},
-                 {"multi.test", ARES_SUCCESS, 2},
-                 {"alias.test", ARES_SUCCESS, 1},
-                 {"A.TEST", ARES_SUCCESS, 1},
-                 {"nothere.test", ARES_ENOTFOUND, 0}};
+        int ttl;  // of every address; -1: not checked
+    } cases[] = {{"a.test", ARES_SUCCESS, 1, 5},
+                 {"multi.test", ARES_SUCCESS, 2, 77},
+                 {"alias.test", ARES_SUCCESS, 1, -1},
+                 {"A.TEST", ARES_SUCCESS, 1, 5},
+                 {"nothere.test", ARES_ENOTFOUND, 0, -1}};
     Tally tally;
     const std::vector<Tally::Outcome*> outcomes = searchEachAndStop(tally, cases);
     for (size_t i = 0; i < std::size(cases); ++i) {
         SCOPED_TRACE(cases[i].name);
         EXPECT_EQ(outcomes[i]->calls, 1);
         EXPECT_EQ(outcomes[i]->status, cases[i].status) << ares_strerror(outcomes[i]->status);
-        EXPECT_EQ(addressesOf(outcomes[i]->answer).size(), cases[i].addresses);
+        std::vector<int> ttls;
+        EXPECT_EQ(addressesOf(outcomes[i]->answer, &ttls).size(), cases[i].addresses);
+        if (cases[i].ttl >= 0) {
+            EXPECT_EQ(ttls, std::vector<int>(cases[i].addresses, cases[i].ttl));
+        }
         EXPECT_NE(outcomes[i]->thread, std::this_thread::get_id());
         EXPECT_EQ(outcomes[i]->thread, outcomes[0]->thread);
     }

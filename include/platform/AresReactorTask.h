@@ -22,8 +22,11 @@ namespace Tarvik {
 //   answer, length 0) when the task is not running, and ARES_EBADNAME when the
 //   name is null.
 // A callback may call search (on the loop thread the query is sent at once)
-// and stop, but not waitUntilDone. A callback that searches again whenever it
-// is cancelled keeps a stopping task busy for ever; don't.
+// and stop; start and waitUntilDone are refused there. A callback that
+// searches again whenever it is cancelled keeps a stopping task busy for ever.
+//
+// The loop polls the channel's sockets as ares_getsock reports them, at most
+// 16 (ample for a UDP socket per server and the odd TCP connection).
 //
 // States: STOPPED_STATE until start; RUNNING from start until stop;
 // STOPPING_STATE from stop until the loop thread has cancelled what it held;
@@ -36,12 +39,13 @@ public:
     static AresReactorTask& getInstance();
 
     // Hands over the channel to drive (made by the caller with
-    // ares_init_options; the caller destroys it with ares_destroy once the
-    // task has stopped). Null clears it. False while the task is not stopped.
+    // ares_init_options; the caller destroys it with ares_destroy after
+    // stop and waitUntilDone). Null clears it. False, reported, while the task
+    // is not stopped.
     bool setChannel(ares_channel in_channel);
 
-    // Launches the loop thread; false without a channel, when not stopped, or
-    // when the thread cannot be made.
+    // Launches the loop thread; false without a channel, when not stopped
+    // (also on the loop thread), or when the thread cannot be made.
     bool start() override;
     // Asks the loop thread to end: queries in flight and queued requests get
     // ARES_ECANCELLED on the loop thread. True (also when already stopped).

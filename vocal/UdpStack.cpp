@@ -12,8 +12,6 @@ namespace Vocal {
 
 namespace {
 
-const int kHighestPort = 65535;
-
 Tarvik::Logger& udpStackLogger() {
     static Tarvik::Logger& s_logger = Tarvik::getLogger("corvane.media.vocal");
     return s_logger;
@@ -41,8 +39,9 @@ int huntFreePort(int in_iSocket, int in_iMinPort, int in_iMaxPort, int in_iStart
                  PortParity in_eParity) {
     Tarvik::Logger& logger = udpStackLogger();
     if (!CORVANE_ASSERT(logger, in_iMinPort <= in_iMaxPort)) return -1;
-    // Port 0 would let the system choose a port outside the range.
-    if (!CORVANE_ASSERT(logger, in_iMinPort > 0) || !CORVANE_ASSERT(logger, in_iMaxPort <= kHighestPort)) {
+    // Port 0 would let the system choose a port outside the range; a port
+    // above 65535 would be cut to 16 bits.
+    if (!CORVANE_ASSERT(logger, in_iMinPort > 0) || !CORVANE_ASSERT(logger, in_iMaxPort <= 65535)) {
         return -1;
     }
 

@@ -152,6 +152,20 @@ TEST(Interface, NullDestinationIsRefused) {
     EXPECT_EQ(asserts.texts(), std::vector<std::string>{"in_szDestination != nullptr"});
 }
 
+// These texts fail in libdnet's parser itself, before it would look a name up.
+TEST(Interface, TextThatIsNotAnAddressFailsAndStaysInvalid) {
+    Interface intf;
+    ASSERT_TRUE(intf.getForDestination("127.0.0.1"));
+    for (const char* destination : {"10.0.0.1/x", "10.0.0.1/255.x.0.0"}) {
+        LogCapture logs(Tarvik::ERROR_LOG_LEVEL);
+        EXPECT_FALSE(intf.getForDestination(destination));
+        EXPECT_FALSE(intf.isValid());
+        EXPECT_EQ(logs.messages(kInterfaceLogger),
+                  std::vector<std::string>{std::string("Interface::getForDestination : addr_pton failed on ") +
+                                           destination});
+    }
+}
+
 TEST(Interface, LoopbackDestinationIsReachedThroughTheLoopbackInterface) {
     Interface intf;
     ASSERT_TRUE(intf.getForDestination("127.0.0.1"));

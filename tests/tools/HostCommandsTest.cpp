@@ -11,20 +11,17 @@
 
 #include <gtest/gtest.h>
 
+#include "support/RunTool.h"
 #include "support/Subprocess.h"
 
 using corvane_test::runSubprocess;
+using corvane_test::runTool;
 using corvane_test::SubprocessResult;
+using corvane_test::ToolRun;
 
 namespace {
 
-SubprocessResult tool(const std::vector<std::string>& in_args) {
-    std::vector<std::string> argv = {CORVANE_TOOL};
-    argv.insert(argv.end(), in_args.begin(), in_args.end());
-    return runSubprocess(argv, {}, 30000);
-}
-
-// The first line of a command's output, without its end of line.
+// The first line of a text, without its end of line.
 std::string firstLine(const std::string& in_text) { return in_text.substr(0, in_text.find('\n')); }
 
 // The texts of a JSON array of strings (no escapes in these texts).
@@ -61,9 +58,9 @@ TEST(HostCommand, AgreesWithHostnameAndTheInterfaceList) {
         addresses.push_back((*it)[1]);
     }
 
-    const SubprocessResult host = tool({"--json", "host"});
-    ASSERT_TRUE(host.started) << host.output;
-    const std::string line = firstLine(host.output);
+    const ToolRun host = runTool({"--json", "host"});
+    ASSERT_EQ(host.lines.size(), 1u) << host.out << host.err;
+    const std::string& line = host.lines[0];
     EXPECT_EQ(jsonValue(line, "hostname"), jsonText(firstLine(hostname.output))) << line;
     EXPECT_EQ(stringArray(jsonValue(line, "addresses")), addresses) << line;
 
@@ -81,28 +78,30 @@ TEST(HostCommand, AgreesWithHostnameAndTheInterfaceList) {
     if (addresses.size() == 2 && addresses[0] == "127.0.0.1") primary = jsonText(addresses[1]);
     if (addresses.size() == 2 && addresses[1] == "127.0.0.1") primary = jsonText(addresses[0]);
     EXPECT_EQ(jsonValue(line, "primary"), primary) << line;
-    EXPECT_EQ(host.exitStatus, primary == "null" ? 1 : 0) << host.output;
+    EXPECT_EQ(host.status, primary == "null" ? 1 : 0) << host.err;
 }
 
 TEST(HostCommand, ConfiguredPrimaryAddressIsShown) {
-    const SubprocessResult host = tool({"--set", "corvane.net.primaryIPAddress=192.0.2.77", "--json", "host"});
-    EXPECT_EQ(jsonValue(firstLine(host.output), "primary"), "\"192.0.2.77\"") << host.output;
+    const ToolRun host = runTool({"--set", "corvane.net.primaryIPAddress=192.0.2.77", "--json", "host"});
+    EXPECT_EQ(jsonValue(firstLine(host.out), "primary"), "\"192.0.2.77\"") << host.out;
 }
 
 // The bad destination fails in libdnet's parser before any name lookup.
 TEST(RouteCommand, LoopbackDestinationAndABadOne) {
-    const SubprocessResult route = tool({"--json", "route", "127.0.0.1", "10.0.0.1/x"});
-    EXPECT_EQ(route.exitStatus, 1) << route.output;
-    const std::string line = firstLine(route.output);
+    const ToolRun route = runTool({"--json", "route", "127.0.0.1", "10.0.0.1/x"});
+    EXPECT_EQ(route.status, 1) << route.err;
+    ASSERT_EQ(route.lines.size(), 2u) << route.out;
+    const std::string& line = route.lines[0];
     EXPECT_EQ(line.rfind("{\"destination\": \"127.0.0.1\", \"ok\": true, \"address\": \"127.0.0.1\", "
                          "\"text\": \"lo: flags=0x3<UP,LOOPBACK> mtu 65536\\n\\tinet 127.0.0.1/8\\n",
                          0),
               0u)
         << line;
-    EXPECT_NE(route.output.find("{\"destination\": \"10.0.0.1/x\", \"ok\": false, \"address\": null, "
-                                "\"text\": null}"),
+    EXPECT_EQ(route.lines[1], "{\"destination\": \"10.0.0.1/x\", \"ok\": false, \"address\": null, \"text\": null}");
+    EXPECT_NE(route.err.find("ERROR corvane.net.Interface - Interface::getForDestination : addr_pton failed on "
+                             "10.0.0.1/x"),
               std::string::npos)
-        << route.output;
+        << route.err;
 }
 
 // Holds UDP ports until it goes.
@@ -134,22 +133,20 @@ TEST(PortCommand, BindsTheFirstFreePortAndTellsAFailure) {
     HeldPorts held;
     if (!held.hold(base) || !held.hold(base + 1) || !held.hold(base + 3)) GTEST_SKIP() << "ports in use";
 
-    const SubprocessResult found =
-        tool({"--json", "port", std::to_string(base), std::to_string(base + 3), std::to_string(base)});
-    EXPECT_EQ(found.exitStatus, 0) << found.output;
-    EXPECT_EQ(firstLine(found.output), "{\"ok\": true, \"port\": " + std::to_string(base + 2) + "}");
+    const ToolRun found =
+        runTool({"--json", "port", std::to_string(base), std::to_string(base + 3), std::to_string(base)});
+    EXPECT_EQ(found.status, 0) << found.err;
+    EXPECT_EQ(found.out, "{\"ok\": true, \"port\": " + std::to_string(base + 2) + "}\n");
 
-    const SubprocessResult none =
-        tool({"--json", "port", std::to_string(base), std::to_string(base + 1), std::to_string(base)});
-    EXPECT_EQ(none.exitStatus, 1) << none.output;
-    EXPECT_EQ(firstLine(none.output), "{\"ok\": false, \"port\": null}");
+    const ToolRun none =
+        runTool({"--json", "port", std::to_string(base), std::to_string(base + 1), std::to_string(base)});
+    EXPECT_EQ(none.status, 1) << none.err;
+    EXPECT_EQ(none.out, "{\"ok\": false, \"port\": null}\n");
 
-    const SubprocessResult reversed = tool({"--json", "port", "5010", "5000", "5005"});
-    EXPECT_EQ(reversed.exitStatus, 1) << reversed.output;
-    EXPECT_NE(reversed.output.find("{\"ok\": false, \"port\": null}"), std::string::npos) << reversed.output;
-    EXPECT_NE(reversed.output.find("ERROR corvane.media.vocal - ASSERTION FAILED: in_iMinPort <= in_iMaxPort"),
-              std::string::npos)
-        << reversed.output;
+    const ToolRun reversed = runTool({"--json", "port", "5010", "5000", "5005"});
+    EXPECT_EQ(reversed.status, 1) << reversed.err;
+    EXPECT_EQ(reversed.out, "{\"ok\": false, \"port\": null}\n");
+    EXPECT_EQ(reversed.err, "ERROR corvane.media.vocal - ASSERTION FAILED: in_iMinPort <= in_iMaxPort\n");
 }
 
 TEST(PortCommand, UsageErrors) {
@@ -157,8 +154,9 @@ TEST(PortCommand, UsageErrors) {
         {"port"}, {"port", "1", "2"}, {"port", "1", "2", "x"}, {"port", "-1", "2", "1"}, {"port", "1", "70000", "1"},
     };
     for (const auto& args : rows) {
-        const SubprocessResult result = tool(args);
-        EXPECT_EQ(result.exitStatus, 2) << result.output;
+        const ToolRun result = runTool(args);
+        EXPECT_EQ(result.status, 2) << result.err;
+        EXPECT_EQ(result.out, "");
     }
 }
 

@@ -121,10 +121,7 @@ bool buildAddresses(NetNamespace& io_ns, const std::vector<std::string>& in_addr
 }
 
 void checkAddressCase(const std::string& in_strName) {
-    const AddressCase* pCase = nullptr;
-    for (const AddressCase& candidate : addressCases()) {
-        if (in_strName == candidate.name) pCase = &candidate;
-    }
+    const AddressCase* pCase = corvane_test::findCase(addressCases(), in_strName);
     ASSERT_NE(pCase, nullptr) << in_strName;
     const AddressCase& c = *pCase;
     std::string hostname;
@@ -167,18 +164,14 @@ void checkAddressCase(const std::string& in_strName) {
 
 const corvane_test::NamespaceCheckRegistrar s_addressCheck("address", &checkAddressCase);
 
+void PrintTo(const AddressCase& in_case, std::ostream* io_pOs) { *io_pOs << in_case.name; }
+
 class HostAddressRules : public testing::TestWithParam<AddressCase> {};
 
 TEST_P(HostAddressRules, HoldInANamespaceWithTheseInterfaces) {
-    const std::string reason = NetNamespace::unavailableReason();
-    if (!reason.empty()) GTEST_SKIP() << reason;
-    NetNamespace ns;
-    if (!ns.ok()) GTEST_SKIP() << "cannot create a network namespace: " << ns.error();
-    ASSERT_TRUE(buildAddresses(ns, GetParam().addresses)) << ns.error();
-    // Name lookups inside (an unresolvable configured value) stay inside.
-    ASSERT_TRUE(ns.setEtcFile("resolv.conf", "nameserver 127.0.0.1\n")) << ns.error();
-    const corvane_test::SubprocessResult inner = ns.runSelf(std::string("address/") + GetParam().name);
-    EXPECT_TRUE(corvane_test::innerRunPassed(inner)) << inner.output << "\nnamespace:\n" << ns.describe();
+    corvane_test::checkInNamespace("address", GetParam().name, [this](NetNamespace& io_ns, std::string&) {
+        return buildAddresses(io_ns, GetParam().addresses);
+    });
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, HostAddressRules, testing::ValuesIn(addressCases()),

@@ -229,10 +229,7 @@ const std::vector<RouteCase>& routeCases() {
 }
 
 void checkRouteCase(const std::string& in_strName) {
-    const RouteCase* pCase = nullptr;
-    for (const RouteCase& candidate : routeCases()) {
-        if (in_strName == candidate.name) pCase = &candidate;
-    }
+    const RouteCase* pCase = corvane_test::findCase(routeCases(), in_strName);
     ASSERT_NE(pCase, nullptr) << in_strName;
     AssertCapture asserts;
     Interface intf;
@@ -281,21 +278,14 @@ bool buildLinks(NetNamespace& io_ns, bool in_bPointToPoint, std::string& out_str
            io_ns.ip("link set t0 up");
 }
 
+void PrintTo(const RouteCase& in_case, std::ostream* io_pOs) { *io_pOs << in_case.name; }
+
 class InterfaceRoutes : public testing::TestWithParam<RouteCase> {};
 
 TEST_P(InterfaceRoutes, ReachTheChosenLinkInANamespace) {
-    const std::string reason = NetNamespace::unavailableReason();
-    if (!reason.empty()) GTEST_SKIP() << reason;
-    NetNamespace ns;
-    if (!ns.ok()) GTEST_SKIP() << "cannot create a network namespace: " << ns.error();
-    std::string skip;
-    const bool built = buildLinks(ns, GetParam().pointToPoint, skip);
-    if (!skip.empty()) GTEST_SKIP() << skip;
-    ASSERT_TRUE(built) << ns.error();
-    // A destination that is a name is looked up; the lookup stays inside.
-    ASSERT_TRUE(ns.setEtcFile("resolv.conf", "nameserver 127.0.0.1\n")) << ns.error();
-    const corvane_test::SubprocessResult inner = ns.runSelf(std::string("route/") + GetParam().name);
-    EXPECT_TRUE(corvane_test::innerRunPassed(inner)) << inner.output << "\nnamespace:\n" << ns.describe();
+    corvane_test::checkInNamespace("route", GetParam().name, [this](NetNamespace& io_ns, std::string& out_strSkip) {
+        return buildLinks(io_ns, GetParam().pointToPoint, out_strSkip);
+    });
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, InterfaceRoutes, testing::ValuesIn(routeCases()),

@@ -104,6 +104,21 @@ bool innerRunPassed(const SubprocessResult& in_result) {
            in_result.output.find("[  SKIPPED ]") == std::string::npos;
 }
 
+void checkInNamespace(const std::string& in_strKind, const std::string& in_strName,
+                      const std::function<bool(NetNamespace& io_ns, std::string& out_strSkip)>& in_build) {
+    const std::string reason = NetNamespace::unavailableReason();
+    if (!reason.empty()) GTEST_SKIP() << reason;
+    NetNamespace ns;
+    if (!ns.ok()) GTEST_SKIP() << "cannot create a network namespace: " << ns.error();
+    std::string skip;
+    const bool built = in_build(ns, skip);
+    if (!skip.empty()) GTEST_SKIP() << skip;
+    ASSERT_TRUE(built) << ns.error();
+    ASSERT_TRUE(ns.setEtcFile("resolv.conf", "nameserver 127.0.0.1\n")) << ns.error();
+    const SubprocessResult inner = ns.runSelf(in_strKind + "/" + in_strName);
+    EXPECT_TRUE(innerRunPassed(inner)) << inner.output << "\nnamespace:\n" << ns.describe();
+}
+
 NamespaceCheckRegistrar::NamespaceCheckRegistrar(const char* in_szKind,
                                                  void (*in_pCheck)(const std::string& in_strName)) {
     checks()[in_szKind] = in_pCheck;

@@ -4,6 +4,7 @@
 // in a fresh process.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -65,5 +66,21 @@ struct NamespaceCheckRegistrar {
 
 // True when the inner run ran its one test and it passed.
 bool innerRunPassed(const SubprocessResult& in_result);
+
+// Builds links with in_build (false: failed, with the reason in the
+// namespace's error(); a text in out_strSkip: cannot be built on this host),
+// then checks the case "kind/name" inside. Skips where namespaces cannot be
+// used. Lookups of names inside go to the namespace's own loopback address.
+void checkInNamespace(const std::string& in_strKind, const std::string& in_strName,
+                      const std::function<bool(NetNamespace& io_ns, std::string& out_strSkip)>& in_build);
+
+// The case of a table that has the given name, or null.
+template <class Case>
+const Case* findCase(const std::vector<Case>& in_cases, const std::string& in_strName) {
+    for (const Case& candidate : in_cases) {
+        if (in_strName == candidate.name) return &candidate;
+    }
+    return nullptr;
+}
 
 }  // namespace corvane_test

@@ -39,17 +39,20 @@ int boundPort(int in_iSocket) {
     return ntohs(address.sin_port);
 }
 
-// A block of consecutive UDP ports, all bound by the test until released.
+// A block of 11 consecutive UDP ports that were all free; the test holds
+// every one of them but the free ones it names.
 class PortBlock {
 public:
-    explicit PortBlock(int in_iCount) {
+    explicit PortBlock(const std::set<int>& in_freeOffsets) {
+        const int count = 11;
         // Below the ephemeral range, at a place that depends on the process,
         // so that parallel test processes do not compete; always even.
         const int first = 20000 + static_cast<int>(getpid() % 400) * 26;
         for (int attempt = 0; attempt < 40 && m_sockets.empty(); ++attempt) {
             const int base = first + attempt * 26;
-            if (holdAll(base, in_iCount)) m_iBase = base;
+            if (holdAll(base, count)) m_iBase = base;
         }
+        for (int offset : in_freeOffsets) release(offset);
     }
     ~PortBlock() {
         for (const auto& held : m_sockets) ::close(held.second);
@@ -57,8 +60,10 @@ public:
     PortBlock(const PortBlock&) = delete;
     PortBlock& operator=(const PortBlock&) = delete;
 
-    bool ok() const { return !m_sockets.empty(); }
+    bool ok() const { return m_iBase != 0; }
     int base() const { return m_iBase; }  // even
+
+private:
     // Frees the port base + in_iOffset.
     void release(int in_iOffset) {
         const auto found = m_sockets.find(m_iBase + in_iOffset);
@@ -67,7 +72,6 @@ public:
         m_sockets.erase(found);
     }
 
-private:
     bool holdAll(int in_iBase, int in_iCount) {
         for (int port = in_iBase; port < in_iBase + in_iCount; ++port) {
             const int socket = udpSocket();
@@ -126,9 +130,8 @@ TEST(PortHunt, BindsTheFirstFreePortFromTheStartThenWrapsAround) {
     };
     for (const HuntRow& row : rows) {
         SCOPED_TRACE(row.label);
-        PortBlock block(11);
+        const PortBlock block(row.freePorts);
         ASSERT_TRUE(block.ok()) << "no block of 11 free UDP ports found";
-        for (int offset : row.freePorts) block.release(offset);
         HuntSocket hunter;
         ASSERT_GE(hunter.fd, 0);
         AssertCapture asserts;
@@ -190,13 +193,13 @@ TEST(PortHunt, ParityModesTryOnlyEvenOrOddPorts) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.label);
-        PortBlock block(11);
+        const PortBlock block(row.freePorts);
         ASSERT_TRUE(block.ok()) << "no block of 11 free UDP ports found";
-        for (int offset : row.freePorts) block.release(offset);
         HuntSocket hunter;
-        const int base = block.base();  // even, so offsets have the ports' parity
-        const int port = Vocal::huntFreePort(hunter.fd, base, base + 10, base + row.startPort, row.parity);
-        EXPECT_EQ(port, row.expected == kNone ? -1 : base + row.expected);
+        // The base is even, so offsets have the ports' parity.
+        const int port = Vocal::huntFreePort(hunter.fd, block.base(), block.base() + 10,
+                                             block.base() + row.startPort, row.parity);
+        EXPECT_EQ(port, row.expected == kNone ? -1 : block.base() + row.expected);
     }
 }
 

@@ -190,6 +190,18 @@ void HostNameServer::DNSARecordWork::aresCallback(void* in_pArg, int in_iStatus,
     }
 }
 
+void HostNameServer::deliverDnsAnswerForTest(HostNameServer& in_server, const char* in_szHostname,
+                                             GetHostByNameCallback* in_pNewCallback, bool in_bUseCache,
+                                             int in_iStatus, const unsigned char* in_pAnswer, int in_iLength) {
+    // A copy of exactly the given length, so that a sanitizer catches a read past it.
+    const size_t length = in_pAnswer != nullptr && in_iLength > 0 ? static_cast<size_t>(in_iLength) : 0;
+    std::vector<unsigned char> answer(in_pAnswer, in_pAnswer + length);
+    auto* pContainer = new DNSARecordWork::CallbackContainer(in_server, in_szHostname ? in_szHostname : "",
+                                                            in_pNewCallback, in_bUseCache);
+    DNSARecordWork::aresCallback(pContainer, in_iStatus, 0, in_pAnswer != nullptr ? answer.data() : nullptr,
+                                 in_iLength);
+}
+
 bool HostNameServer::getDNSARecords(const char* in_szHostname, Hostent& out_hostent,
                                     Hostent::GetHostByNameStatus& out_status, ACE_Time_Value in_timeout,
                                     bool in_bUseCache) {

@@ -137,6 +137,12 @@ private:
 
     // DNS mode (dns.cpp).
     bool configureCAres(const TSHandle<ROConfiguration>& in_hConfig);
+    // Test hook (HostNameServerPeer): hands answer bytes and a c-ares status to
+    // the DNS answer callback as c-ares would, for a query of in_szHostname
+    // whose outcome in_pNewCallback hears (owned from here on).
+    static void deliverDnsAnswerForTest(HostNameServer& in_server, const char* in_szHostname,
+                                        GetHostByNameCallback* in_pNewCallback, bool in_bUseCache, int in_iStatus,
+                                        const unsigned char* in_pAnswer, int in_iLength);
     bool startAresTask();
     void stopAresTask();
     void releaseAresChannel();

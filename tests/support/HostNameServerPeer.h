@@ -1,9 +1,13 @@
-// Test access to the resolver's private cache operations.
+// Test access to the resolver's private cache operations and DNS answer callback.
 #pragma once
 
 #include <ace/Guard_T.h>
 
+#include <string>
+#include <vector>
+
 #include "net/HostNameServer.h"
+#include "platform/AresReactorTask.h"
 
 namespace Tarvik {
 
@@ -25,6 +29,21 @@ public:
         return s.m_cache.size();
     }
     static ACE_Time_Value defaultTtl(const HostNameServer& s) { return s.m_cacheFlushTimeout; }
+
+    // The DNS answer callback fed bytes and a c-ares status as for a query of
+    // name; cb (owned from here on) hears the outcome.
+    static void dnsAnswer(HostNameServer& s, const std::string& name, HostNameServer::GetHostByNameCallback* cb,
+                          bool useCache, int status, const std::vector<unsigned char>& answer) {
+        HostNameServer::deliverDnsAnswerForTest(s, name.c_str(), cb, useCache, status, answer.data(),
+                                                static_cast<int>(answer.size()));
+    }
+    // Takes a stopped resolver out of DNS mode: its channel is destroyed and the
+    // DNS task forgets it, so that the next configuration starts afresh.
+    static void leaveDnsMode(HostNameServer& s) {
+        if (!s.isDnsMode()) return;
+        AresReactorTask::getInstance().setChannel(nullptr);
+        s.releaseAresChannel();
+    }
 };
 
 }  // namespace Tarvik

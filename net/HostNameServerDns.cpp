@@ -219,9 +219,12 @@ bool HostNameServer::getDNSARecords(const char* in_szHostname, Hostent& out_host
             out_status = Hostent::GHBN_OTHER_ERROR;
             return false;
         }
-        out_hostent.setName(szHostname);
-        out_hostent.setAddressTypeAndLength(AF_INET, 4);
-        out_hostent.addAddress(&addr);
+        // A fresh record: the output may hold an earlier result's addresses.
+        Hostent literal;
+        literal.setName(szHostname);
+        literal.setAddressTypeAndLength(AF_INET, 4);
+        literal.addAddress(&addr);
+        out_hostent = literal;
         out_status = Hostent::GHBN_SUCCESS;
         return true;
     }

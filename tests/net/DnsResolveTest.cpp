@@ -411,3 +411,20 @@ TEST_F(DnsResolve, CloseWithQueriesInFlightWakesEveryCaller) {
     EXPECT_TRUE(drained(kContainerAccount));
     EXPECT_TRUE(drained(kFutureAccount));
 }
+
+TEST_F(DnsResolve, DottedLiteralReplacesWhatTheOutputHeld) {
+    DnsResponder responder("127.53.60.10");
+    responder.answer("two.test", dns::response("two.test", {dns::a(dns::pointer(12), "10.60.10.1", 60),
+                                                            dns::a(dns::pointer(12), "10.60.10.2", 60)}));
+    startServer(responder);
+    startWith(responder.address());
+    Hostent h;
+    Hostent::GetHostByNameStatus status;
+    ASSERT_TRUE(server().resolve("two.test", h, status, kFiveSeconds, false));
+    ASSERT_EQ(h.getNumAddress(), 2u);
+    ASSERT_TRUE(server().resolve("10.1.2.3", h, status, kFiveSeconds, false));
+    std::string first;
+    EXPECT_TRUE(h.getAddress(0, first));
+    EXPECT_EQ(first, "10.1.2.3");
+    EXPECT_EQ(h.getNumAddress(), 1u);
+}

@@ -14,14 +14,7 @@
 #include <thread>
 #include <vector>
 
-#include "TempFile.h"
-#include "net/HostNameServer.h"
-#include "net/Net.h"
-#include "net/ResolverConfig.h"
-#include "support/DnsResponder.h"
-#include "support/Dnsmasq.h"
-#include "support/HostNameServerPeer.h"
-#include "support/LibraryFixture.h"
+#include "DnsMode.h"
 #include "support/LogCapture.h"
 
 using namespace std::chrono_literals;
@@ -35,7 +28,6 @@ namespace dns = corvane_test::dns;
 
 namespace {
 
-const char* const kServersParam = "corvane.net.HostNameServer.DNSServerIPAddrList";
 const char* const kContainerAccount = "HostNameServer::DNSARecordWork:: CallbackContainer";
 const char* const kWorkAccount = "HostNameServer::DNSARecordWork";
 const char* const kFutureAccount = "HostNameServer::DNSARecordWork:: FutureCallback";
@@ -97,32 +89,8 @@ std::vector<std::string> askDirectly(const std::string& in_server, const std::st
     return out;
 }
 
-// Library in DNS mode; the resolver configuration (read for the primary DNS
-// domain) is a file of the test's own, never the host's.
-class DnsResolve : public corvane_test::LibraryTest {
+class DnsResolve : public corvane_test::DnsModeTest {
 protected:
-    void SetUp() override { Net::setResolverConfigPathForTest(m_resolverConfig.path()); }
-    void TearDown() override {
-        corvane_test::LibraryTest::TearDown();
-        HostNameServerPeer::leaveDnsMode(server());
-        Net::setResolverConfigPathForTest("");
-        HostNameServer::setClockForTest(nullptr);
-    }
-    void startWith(const std::string& in_servers) {
-        set(kServersParam, in_servers);
-        ASSERT_TRUE(Net::initializeLibrary());
-        ASSERT_TRUE(server().isDnsMode());
-    }
-    static void startServer(DnsResponder& io_responder) {
-        // Names without a script (the search domain's tries) hear NXDOMAIN at once.
-        io_responder.setDefault({DnsResponder::rcodeReply(dns::RCODE_NXDOMAIN)});
-        std::string error;
-        ASSERT_TRUE(io_responder.start(&error)) << error;
-    }
-    static void startServer(Dnsmasq& io_dnsmasq) {
-        std::string error;
-        ASSERT_TRUE(io_dnsmasq.start(&error)) << error;
-    }
     // Waits (bounded) until the cache holds a usable entry for the name.
     static bool waitCached(const char* in_szName) {
         for (int i = 0; i < 5000; ++i) {
@@ -134,9 +102,6 @@ protected:
         }
         return false;
     }
-
-private:
-    corvane_test::TempFile m_resolverConfig{"domain corvane.test\n"};
 };
 
 }  // namespace

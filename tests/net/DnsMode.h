@@ -1,0 +1,64 @@
+// A fixture for tests of the resolver's DNS mode: the resolver configuration
+// (the host's DNS servers and primary domain) is a file of the test's own,
+// never the host's, and the resolver leaves DNS mode after every test so
+// that the next one configures it afresh.
+#pragma once
+
+#include <fstream>
+#include <string>
+
+#include "TempFile.h"
+#include "net/HostNameServer.h"
+#include "net/Net.h"
+#include "net/ResolverConfig.h"
+#include "support/DnsResponder.h"
+#include "support/Dnsmasq.h"
+#include "support/HostNameServerPeer.h"
+#include "support/LibraryFixture.h"
+
+namespace corvane_test {
+
+class DnsModeTest : public LibraryTest {
+protected:
+    static constexpr const char* kServersParam = "corvane.net.HostNameServer.DNSServerIPAddrList";
+
+    void SetUp() override { Tarvik::Net::setResolverConfigPathForTest(m_resolverConfig.path()); }
+    void TearDown() override {
+        LibraryTest::TearDown();
+        Tarvik::HostNameServerPeer::leaveDnsMode(server());
+        Tarvik::Net::setResolverConfigPathForTest("");
+        Tarvik::HostNameServer::setClockForTest(nullptr);
+    }
+    // Replaces what the resolver configuration file says (a primary domain by default).
+    void setResolverConfig(const std::string& in_strContent) {
+        std::ofstream(m_resolverConfig.path(), std::ios::binary | std::ios::trunc) << in_strContent;
+    }
+    const std::string& resolverConfigPath() const { return m_resolverConfig.path(); }
+
+    // Sets the DNS servers and starts the library, which must come up in DNS mode.
+    void startWith(const std::string& in_strServers) {
+        set(kServersParam, in_strServers);
+        ASSERT_TRUE(Tarvik::Net::initializeLibrary());
+        ASSERT_TRUE(server().isDnsMode());
+    }
+    // Stops the library and takes it out of DNS mode, for a second start in one test.
+    void restart() {
+        Tarvik::Net::forcedCloseLibrary();
+        Tarvik::HostNameServerPeer::leaveDnsMode(server());
+    }
+    static void startServer(DnsResponder& io_responder) {
+        // Names without a script (the search domain's tries) hear NXDOMAIN at once.
+        io_responder.setDefault({DnsResponder::rcodeReply(dns::RCODE_NXDOMAIN)});
+        std::string error;
+        ASSERT_TRUE(io_responder.start(&error)) << error;
+    }
+    static void startServer(Dnsmasq& io_dnsmasq) {
+        std::string error;
+        ASSERT_TRUE(io_dnsmasq.start(&error)) << error;
+    }
+
+private:
+    TempFile m_resolverConfig{"domain corvane.test\n"};  // read instead of /etc/resolv.conf
+};
+
+}  // namespace corvane_test

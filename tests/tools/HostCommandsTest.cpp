@@ -1,11 +1,14 @@
-// corvane-net host, route and port, run as a script runs them, and checked
-// against the system's own tools.
+// corvane-net host, route, port and dns-servers, run as a script runs them, and checked
+// against the system's own tools and files.
+#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstdint>
+#include <fstream>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -158,6 +161,54 @@ TEST(PortCommand, UsageErrors) {
         EXPECT_EQ(result.status, 2) << result.err;
         EXPECT_EQ(result.out, "");
     }
+}
+
+// The IPv4 servers of the system's resolver configuration, primary first, at
+// most ten; false when it cannot be read. Reading the file sends no query.
+bool resolverConfigServers(std::vector<std::string>& out_servers) {
+    std::ifstream file("/etc/resolv.conf");
+    if (!file) return false;
+    std::string line;
+    while (std::getline(file, line) && out_servers.size() < 10) {
+        std::istringstream words(line);
+        std::string keyword;
+        std::string address;
+        in_addr parsed{};
+        if (words >> keyword >> address && keyword == "nameserver" && line.rfind("nameserver", 0) == 0 &&
+            inet_aton(address.c_str(), &parsed) != 0) {
+            out_servers.push_back(inet_ntoa(parsed));
+        }
+    }
+    return true;
+}
+
+TEST(DnsServersCommand, AgreesWithTheResolverConfiguration) {
+    std::vector<std::string> servers;
+    const bool bReadable = resolverConfigServers(servers);
+    const ToolRun run = runTool({"--json", "dns-servers"});
+    EXPECT_EQ(run.status, bReadable ? 0 : 1) << run.err;
+    ASSERT_EQ(run.lines.size(), 1u) << run.out;
+    const std::string& line = run.lines[0];
+    EXPECT_EQ(line.rfind("{\"ok\": ", 0), 0u) << line;
+    EXPECT_EQ(jsonValue(line, "ok"), bReadable ? "true" : "false") << line;
+    if (bReadable) {
+        EXPECT_EQ(stringArray(jsonValue(line, "servers")), servers) << line;
+    } else {
+        EXPECT_EQ(jsonValue(line, "servers"), "null") << line;
+    }
+
+    const ToolRun people = runTool({"dns-servers"});
+    EXPECT_EQ(people.status, run.status);
+    EXPECT_NE(people.out.find("servers"), std::string::npos) << people.out;
+}
+
+TEST(DnsServersCommand, TakesNoArguments) {
+    const ToolRun run = runTool({"dns-servers", "eth0"});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.out, "");
+    EXPECT_NE(run.err.find("dns-servers takes no arguments"), std::string::npos) << run.err;
+    const ToolRun help = runTool({"--help"});
+    EXPECT_NE(help.out.find("dns-servers"), std::string::npos) << help.out;
 }
 
 }  // namespace

@@ -394,3 +394,24 @@ TEST_F(DnsResolve, DottedLiteralReplacesWhatTheOutputHeld) {
     EXPECT_EQ(first, "10.1.2.3");
     EXPECT_EQ(h.getNumAddress(), 1u);
 }
+
+TEST_F(DnsResolve, NamesThatCannotBeAskedFailOnce) {
+    DnsResponder responder("127.53.60.11");
+    startServer(responder);
+    startWith(responder.address());
+    const std::string tooLong(300, 'x');
+    const struct {
+        const char* label;
+        const char* name;
+    } rows[] = {{"null", nullptr}, {"empty", ""}, {"longer than a DNS name", tooLong.c_str()}, {"empty label", "a..test"}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.label);
+        Hostent h;
+        Hostent::GetHostByNameStatus status = Hostent::GHBN_SUCCESS;
+        EXPECT_FALSE(server().resolve(row.name, h, status, kFiveSeconds, true));
+        EXPECT_EQ(status, Hostent::GHBN_OTHER_ERROR);
+        EXPECT_FALSE(h.isValid());
+    }
+    EXPECT_TRUE(drained(kContainerAccount));
+    EXPECT_TRUE(drained(kFutureAccount));
+}

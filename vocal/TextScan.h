@@ -21,13 +21,17 @@ inline bool equalNoCase(std::string_view a, std::string_view b) {
 
 // Index of the first byte of io that is one of the set's bytes, or npos.
 inline size_t findAny(std::string_view io, const char* in_szSet) {
-    if (in_szSet[0] != '\0' && in_szSet[1] == '\0') return io.find(in_szSet[0]);
-    for (size_t i = 0; i < io.size(); ++i) {
-        for (const char* s = in_szSet; *s != '\0'; ++s) {
-            if (io[i] == *s) return i;
+    if (in_szSet[0] == '\0') return std::string_view::npos;
+    if (in_szSet[1] == '\0') return io.find(in_szSet[0]);
+    if (in_szSet[2] == '\0') {
+        const char a = in_szSet[0];
+        const char b = in_szSet[1];
+        for (size_t i = 0; i < io.size(); ++i) {
+            if (io[i] == a || io[i] == b) return i;
         }
+        return std::string_view::npos;
     }
-    return std::string_view::npos;
+    return io.find_first_of(in_szSet);
 }
 
 // TextBuffer::parse on a view: returns the text ahead of the first byte of the

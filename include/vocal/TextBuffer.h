@@ -1,11 +1,15 @@
 // The URL model's byte string: owned by value, always NUL-terminated, with the
 // delimiter scanning that the URL parsers consume their input with.
+//
+// Texts of up to kInlineCapacity bytes live inside the object, so the fields
+// of a typical URL (hosts included) are decoded without any allocation; longer
+// texts go to a heap buffer that grows on demand.
 #pragma once
 
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <string_view>
-#include <utility>
 
 namespace Vocal {
 
@@ -18,38 +22,68 @@ public:
         FIRST = -2       // delimiter found at position 0: the text ahead is empty
     };
 
-    TextBuffer() = default;
-    TextBuffer(const char* in_sz) : m_str(in_sz ? in_sz : "") {}  // NOLINT: texts convert freely
-    TextBuffer(const char* in_p, int in_iLength) : m_str(in_p, static_cast<size_t>(in_iLength)) {}
-    TextBuffer(std::string in_str) : m_str(std::move(in_str)) {}  // NOLINT
-    explicit TextBuffer(std::string_view in_view) : m_str(in_view) {}
+    static constexpr int32_t kInlineCapacity = 31;  // bytes kept inside the object
 
-    int length() const { return static_cast<int>(m_str.size()); }
-    int capacity() const { return static_cast<int>(m_str.capacity()); }
-    bool empty() const { return m_str.empty(); }
-    void clear() { m_str.clear(); }
-    const char* c_str() const { return m_str.c_str(); }
-    const char* data() const { return m_str.data(); }
-    char operator[](int in_iIndex) const { return m_str[static_cast<size_t>(in_iIndex)]; }
-    const std::string& str() const { return m_str; }
-    std::string_view view() const { return m_str; }
-    std::string toString() const { return m_str; }
+    TextBuffer() noexcept { m_inline[0] = '\0'; }
+    TextBuffer(const char* in_sz) : TextBuffer() { assign(in_sz ? std::string_view(in_sz) : std::string_view()); }  // NOLINT
+    TextBuffer(const char* in_p, int in_iLength) : TextBuffer() { assign(std::string_view(in_p, static_cast<size_t>(in_iLength))); }
+    TextBuffer(const std::string& in_str) : TextBuffer() { assign(in_str); }  // NOLINT: texts convert freely
+    explicit TextBuffer(std::string_view in_view) : TextBuffer() { assign(in_view); }
+    TextBuffer(const TextBuffer& in_other) : TextBuffer() { assign(in_other.view()); }
+    TextBuffer(TextBuffer&& in_other) noexcept : TextBuffer() { take(in_other); }
+    ~TextBuffer() {
+        if (onHeap()) freeHeap();
+    }
+
+    TextBuffer& operator=(const TextBuffer& in_other) {
+        if (this != &in_other) assign(in_other.view());
+        return *this;
+    }
+    TextBuffer& operator=(TextBuffer&& in_other) noexcept {
+        if (this != &in_other) {
+            release();
+            take(in_other);
+        }
+        return *this;
+    }
+
+    int length() const { return m_iLength; }
+    int capacity() const { return m_iCapacity; }
+    bool empty() const { return m_iLength == 0; }
+    void clear() {
+        m_iLength = 0;
+        m_p[0] = '\0';
+    }
+    const char* c_str() const { return m_p; }
+    const char* data() const { return m_p; }
+    char operator[](int in_iIndex) const { return m_p[in_iIndex]; }
+    std::string_view view() const { return std::string_view(m_p, static_cast<size_t>(m_iLength)); }
+    std::string str() const { return std::string(m_p, static_cast<size_t>(m_iLength)); }
+    std::string toString() const { return str(); }
 
     TextBuffer& assign(std::string_view in_view) {
-        m_str.assign(in_view.data(), in_view.size());
+        const int32_t length = static_cast<int32_t>(in_view.size());
+        if (length > m_iCapacity) grow(length, false);
+        if (length != 0) std::memmove(m_p, in_view.data(), in_view.size());
+        m_iLength = length;
+        m_p[length] = '\0';
         return *this;
     }
     TextBuffer& append(std::string_view in_view) {
-        m_str.append(in_view.data(), in_view.size());
+        const int32_t length = m_iLength + static_cast<int32_t>(in_view.size());
+        if (length > m_iCapacity) return appendGrowing(in_view);
+        if (!in_view.empty()) std::memmove(m_p + m_iLength, in_view.data(), in_view.size());
+        m_iLength = length;
+        m_p[length] = '\0';
         return *this;
     }
-    TextBuffer& operator+=(const TextBuffer& in_other) { m_str += in_other.m_str; return *this; }
-    TextBuffer& operator+=(const char* in_sz) { m_str += in_sz; return *this; }
-    TextBuffer& operator+=(char in_c) { m_str += in_c; return *this; }
+    TextBuffer& operator+=(const TextBuffer& in_other) { return append(in_other.view()); }
+    TextBuffer& operator+=(const char* in_sz) { return append(std::string_view(in_sz)); }
+    TextBuffer& operator+=(char in_c) { return append(std::string_view(&in_c, 1)); }
 
     // Byte-wise, case-sensitive comparisons of unsigned byte values up to the
     // terminating NUL.
-    int compare(const char* in_sz) const { return std::strcmp(m_str.c_str(), in_sz); }
+    int compare(const char* in_sz) const { return std::strcmp(m_p, in_sz); }
     int compare(const TextBuffer& in_other) const { return compare(in_other.c_str()); }
 
     // True when both texts have the same length and are equal ignoring ASCII case.
@@ -70,7 +104,21 @@ public:
     void removeSpaces();
 
 private:
-    std::string m_str;  // the bytes; std::string keeps them NUL-terminated
+    // Makes room for in_iLength bytes and the NUL, keeping the text when asked.
+    void grow(int32_t in_iLength, bool in_bKeep);
+    // append() when the text does not fit; in_view may lie in this buffer.
+    TextBuffer& appendGrowing(std::string_view in_view);
+    // Takes in_other's text, leaving it empty; this buffer must hold no heap buffer.
+    void take(TextBuffer& io_other) noexcept;
+    // Frees the heap buffer, back to the empty inline text.
+    void release() noexcept;
+    void freeHeap() noexcept;
+    bool onHeap() const { return m_p != m_inline; }
+
+    int32_t m_iLength = 0;                    // bytes of text, without the NUL
+    int32_t m_iCapacity = kInlineCapacity;    // bytes that fit in m_p, without the NUL
+    char* m_p = m_inline;                     // the text: m_inline or a heap buffer
+    char m_inline[kInlineCapacity + 1];       // storage of short texts
 };
 
 inline bool operator==(const TextBuffer& a, const TextBuffer& b) { return a.compare(b) == 0; }

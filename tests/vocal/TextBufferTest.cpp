@@ -100,4 +100,37 @@ TEST(TextBuffer, ComparisonsUseUnsignedBytesAndAreCaseSensitive) {
     EXPECT_TRUE(TextBuffer(std::string("a\0x", 3)) == TextBuffer("a"));
 }
 
+TEST(TextBuffer, LongTextsGrowOnTheHeapAndCopiesAndMovesKeepEveryByte) {
+    TextBuffer text("0123456789");
+    const std::string expected = "01234567890123456789012345678901234567890123456789012345678901234567890123456789";
+    for (int i = 0; i < 7; ++i) text += TextBuffer("0123456789");
+    EXPECT_EQ(text.str(), expected);
+    EXPECT_GE(text.capacity(), text.length());
+    EXPECT_EQ(text.c_str()[text.length()], '\0');
+
+    TextBuffer copy(text);
+    TextBuffer moved(std::move(copy));
+    EXPECT_EQ(moved.str(), expected);
+    EXPECT_TRUE(copy.empty());  // NOLINT: a moved-from text is empty
+    EXPECT_STREQ(copy.c_str(), "");
+    copy = moved;
+    EXPECT_EQ(copy.str(), expected);
+    TextBuffer shortText("short");
+    shortText = std::move(moved);
+    EXPECT_EQ(shortText.str(), expected);
+    moved = TextBuffer("again");  // a moved-from text is usable
+    EXPECT_EQ(moved.str(), "again");
+
+    // Appending a text to itself while it grows.
+    TextBuffer twice("abcdefghijklmnopqrstuvwxyz");
+    twice += twice;
+    EXPECT_EQ(twice.str(), "abcdefghijklmnopqrstuvwxyzabcdefghijklmnopqrstuvwxyz");
+    // Cutting a long text into itself.
+    EXPECT_EQ(twice.match("z", &twice, true), TextBuffer::FOUND);
+    EXPECT_EQ(twice.str(), "abcdefghijklmnopqrstuvwxy");
+    twice.clear();
+    EXPECT_EQ(twice.length(), 0);
+    EXPECT_STREQ(twice.c_str(), "");
+}
+
 }  // namespace

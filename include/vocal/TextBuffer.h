@@ -26,7 +26,10 @@ public:
 
     TextBuffer() noexcept { m_inline[0] = '\0'; }
     TextBuffer(const char* in_sz) : TextBuffer() { assign(in_sz ? std::string_view(in_sz) : std::string_view()); }  // NOLINT
-    TextBuffer(const char* in_p, int in_iLength) : TextBuffer() { assign(std::string_view(in_p, static_cast<size_t>(in_iLength))); }
+    // A negative length is taken as 0.
+    TextBuffer(const char* in_p, int in_iLength) : TextBuffer() {
+        if (in_iLength > 0) assign(std::string_view(in_p, static_cast<size_t>(in_iLength)));
+    }
     TextBuffer(const std::string& in_str) : TextBuffer() { assign(in_str); }  // NOLINT: texts convert freely
     explicit TextBuffer(std::string_view in_view) : TextBuffer() { assign(in_view); }
     TextBuffer(const TextBuffer& in_other) : TextBuffer() { assign(in_other.view()); }

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/LogCapture.h"
@@ -81,6 +82,30 @@ TEST(BaseUrlDecode, TypeNames) {
     EXPECT_STREQ(Vocal::getUrlTypeName(Vocal::PRES_URL), "PRES_URL");
     EXPECT_STREQ(Vocal::getUrlTypeName(Vocal::UNKNOWN_URL), "UNKNOWN_URL");
     EXPECT_STREQ(Vocal::getUrlTypeName(static_cast<Vocal::UrlType>(5)), "");
+}
+
+// The family has no locks: separate URLs on separate threads share only the
+// logger and constant tables, which must be safe to reach at once.
+TEST(BaseUrlDecode, SeparateUrlsDecodeOnSeveralThreadsAtOnce) {
+    const char* const texts[] = {"sip:a@h:1;lr", "tel:+1;isub=2", "im:a@b", "sips:x", "sip:a@h:x", "tel:"};
+    LogCapture capture;  // every line is formatted, and none reaches the console
+    std::vector<std::thread> threads;
+    std::vector<int> failures(4, 0);
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&texts, &failures, t] {
+            for (int round = 0; round < 200; ++round) {
+                for (const char* text : texts) {
+                    try {
+                        const Vocal::CountedPtr<BaseUrl> url = BaseUrl::decode(TextBuffer(text));
+                        if (!url->areEqual(url->duplicate())) ++failures[t];
+                    } catch (const VException&) {
+                    }
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(failures, std::vector<int>(4, 0));
 }
 
 }  // namespace

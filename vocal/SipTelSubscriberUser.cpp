@@ -40,18 +40,11 @@ bool SipTelSubscriberUser::decodeView(std::string_view in_text) {
         return true;
     }
     m_number.assign(number);
-    for (;;) {
-        // The name runs to the next "=" even past a ";": a parameter without a
-        // value becomes part of the next one's name.
-        char equals = '\0';
-        const std::string_view name = scan::parse(rest, "=", equals);
-        if (equals == '\0') break;  // what is left has no value and is dropped
-        char semicolon = '\0';
-        std::string_view value = scan::parse(rest, ";", semicolon);
-        if (semicolon == '\0') {
-            value = rest;
-            rest = {};
-        }
+    // A parameter without a value merges into the next one's name; what is
+    // left without "=" at the end is dropped.
+    std::string_view name;
+    std::string_view value;
+    while (scan::nextParam(rest, name, value)) {
         if (name == "isub") {
             m_isub.assign(value);
         } else if (name == "postd") {
@@ -79,15 +72,8 @@ CountedPtr<BaseUser> SipTelSubscriberUser::duplicate() const {
     return CountedPtr<BaseUser>(new SipTelSubscriberUser(*this));
 }
 
-namespace {
-const SipTelSubscriberUser* asTelSubscriber(const CountedPtr<BaseUser>& in_user) {
-    if (in_user.isNull() || in_user->getUserType() != SIP_TEL_SUBSCRIBER_USER) return nullptr;
-    return dynamic_cast<const SipTelSubscriberUser*>(in_user.get());
-}
-}  // namespace
-
 bool SipTelSubscriberUser::areEqual(CountedPtr<BaseUser> in_other) const {
-    const SipTelSubscriberUser* pOther = asTelSubscriber(in_other);
+    const auto* pOther = dynamic_cast<const SipTelSubscriberUser*>(in_other.get());
     return pOther != nullptr && m_bGlobal == pOther->m_bGlobal && m_number == pOther->m_number &&
            m_isub == pOther->m_isub && m_postd == pOther->m_postd &&
            m_phoneContext == pOther->m_phoneContext && m_tsp == pOther->m_tsp &&
@@ -95,18 +81,11 @@ bool SipTelSubscriberUser::areEqual(CountedPtr<BaseUser> in_other) const {
 }
 
 bool SipTelSubscriberUser::isLessThan(CountedPtr<BaseUser> in_other) const {
-    const SipTelSubscriberUser* pOther = asTelSubscriber(in_other);
+    const auto* pOther = dynamic_cast<const SipTelSubscriberUser*>(in_other.get());
     return pOther != nullptr &&
            (m_number < pOther->m_number || m_isub < pOther->m_isub || m_postd < pOther->m_postd ||
             m_phoneContext < pOther->m_phoneContext || m_tsp < pOther->m_tsp ||
             m_otherName < pOther->m_otherName || m_otherValue < pOther->m_otherValue);
-}
-
-void SipTelSubscriberUser::appendParam(TextBuffer& io_out, const char* in_szPrefix, const TextBuffer& in_value) {
-    if (in_value.empty()) return;
-    io_out += ';';
-    io_out += in_szPrefix;
-    io_out += in_value;
 }
 
 void SipTelSubscriberUser::appendOtherParam(TextBuffer& io_out) const {
@@ -119,28 +98,31 @@ void SipTelSubscriberUser::appendOtherParam(TextBuffer& io_out) const {
 
 TextBuffer SipTelSubscriberUser::getParamString() const {
     TextBuffer out;
-    appendParam(out, "isub=", m_isub);
-    appendParam(out, "postd=", m_postd);
-    appendParam(out, "phone-context=", m_phoneContext);
-    appendParam(out, "tsp=", m_tsp);
+    scan::appendParam(out, "isub=", m_isub);
+    scan::appendParam(out, "postd=", m_postd);
+    scan::appendParam(out, "phone-context=", m_phoneContext);
+    scan::appendParam(out, "tsp=", m_tsp);
     appendOtherParam(out);
     return out;
 }
 
+TextBuffer SipTelSubscriberUser::renderForm(bool in_bGlobal) const {
+    TextBuffer form;
+    if (in_bGlobal && !m_number.empty()) form += '+';  // whatever the global flag says
+    form += m_number;
+    // The local form writes the isub value under the name "isdn"; the global
+    // one writes the phone-context and tsp prefixes without "=".
+    scan::appendParam(form, in_bGlobal ? "isub=" : "isdn=", m_isub);
+    scan::appendParam(form, "postd=", m_postd);
+    scan::appendParam(form, in_bGlobal ? "phone-context" : "phone-context=", m_phoneContext);
+    scan::appendParam(form, in_bGlobal ? "tsp" : "tsp=", m_tsp);
+    appendOtherParam(form);
+    return form;
+}
+
 TextBuffer SipTelSubscriberUser::getGlobalForm() const {
     if (!m_bGlobalFormBuilt) {
-        TextBuffer form;
-        if (!m_number.empty()) {
-            form += '+';  // written whatever the global flag says
-            form += m_number;
-        }
-        appendParam(form, "isub=", m_isub);
-        appendParam(form, "postd=", m_postd);
-        // These two prefixes carry no "=" in the global rendering.
-        appendParam(form, "phone-context", m_phoneContext);
-        appendParam(form, "tsp", m_tsp);
-        appendOtherParam(form);
-        m_globalForm = form;
+        m_globalForm = renderForm(true);
         m_bGlobalFormBuilt = true;
     }
     return m_globalForm;
@@ -148,13 +130,7 @@ TextBuffer SipTelSubscriberUser::getGlobalForm() const {
 
 TextBuffer SipTelSubscriberUser::getLocalForm() const {
     if (!m_bLocalFormBuilt) {
-        TextBuffer form(m_number);
-        appendParam(form, "isdn=", m_isub);  // the isub value under the name "isdn"
-        appendParam(form, "postd=", m_postd);
-        appendParam(form, "phone-context=", m_phoneContext);
-        appendParam(form, "tsp=", m_tsp);
-        appendOtherParam(form);
-        m_localForm = form;
+        m_localForm = renderForm(false);
         m_bLocalFormBuilt = true;
     }
     return m_localForm;

@@ -33,13 +33,6 @@ const TextBuffer& defaultTransport() {
     return s_transport;
 }
 
-void appendParam(TextBuffer& io_out, const char* in_szPrefix, const TextBuffer& in_value) {
-    if (in_value.empty()) return;
-    io_out += ';';
-    io_out += in_szPrefix;
-    io_out += in_value;
-}
-
 }  // namespace
 
 SipUrl::SipUrl() : m_scheme("sip") {}
@@ -146,22 +139,14 @@ void SipUrl::decode(std::string_view in_text) {
         if (!isDigits(m_port)) fail(in_text, __LINE__);
     }
 
-    // Parameters "name=value". The name runs to the next "=" even past a ";",
-    // so a parameter without a value merges into the next one's name; the loop
-    // ends at the first remainder without "=". (A "?" would start the headers,
-    // but the text was cut at the first "?" above.)
+    // Parameters "name=value" until the rest has no "=" (scan::nextParam). A
+    // "?" would start the headers, but the text was cut at the first "?" above.
     bool userParamGiven = false;
     TextBuffer telParams;  // parameters of the number, after "user=phone"
-    for (;;) {
-        char equals = '\0';
-        const std::string_view name = scan::trimSpaces(scan::parse(rest, "=", equals));
-        if (equals == '\0') break;
-        char semicolon = '\0';
-        std::string_view value = scan::parse(rest, ";", semicolon);
-        if (semicolon == '\0') {
-            value = rest;
-            rest = {};
-        }
+    std::string_view name;
+    std::string_view value;
+    while (scan::nextParam(rest, name, value)) {
+        name = scan::trimSpaces(name);
         if (name == "user") {
             m_userParam.assign(value);
             userParamGiven = true;
@@ -236,11 +221,11 @@ TextBuffer SipUrl::encodeAddress() const {
 TextBuffer SipUrl::encode() const {
     TextBuffer out;
     appendAddress(out);
-    appendParam(out, "transport=", m_transport);
-    appendParam(out, "ttl=", m_ttl);
-    appendParam(out, "maddr=", m_maddr);
-    appendParam(out, "user=", m_userParam);
-    appendParam(out, "method=", m_method);
+    scan::appendParam(out, "transport=", m_transport);
+    scan::appendParam(out, "ttl=", m_ttl);
+    scan::appendParam(out, "maddr=", m_maddr);
+    scan::appendParam(out, "user=", m_userParam);
+    scan::appendParam(out, "method=", m_method);
     if (m_bLr) out += ";lr";
     if (!m_otherValue.empty()) {
         out += ';';
@@ -292,22 +277,22 @@ void SipUrl::logFields(const SipUrl& in_other) const {
     CPLOG(LOG_DEBUG_STACK, "Url operator ==  function");
     if (!m_user.isNull()) CPLOG(LOG_DEBUG_STACK, "this.user= %s", m_user->encode().c_str());
     if (!in_other.m_user.isNull()) CPLOG(LOG_DEBUG_STACK, "other.user= %s", in_other.m_user->encode().c_str());
-    CPLOG(LOG_DEBUG_STACK, "this.passwd= %s", m_passwd.c_str());
-    CPLOG(LOG_DEBUG_STACK, "other.passwd= %s", in_other.m_passwd.c_str());
-    CPLOG(LOG_DEBUG_STACK, "this.host= %s", m_host.c_str());
-    CPLOG(LOG_DEBUG_STACK, "other.host= %s", in_other.m_host.c_str());
-    CPLOG(LOG_DEBUG_STACK, "this.ttlParam= %s", m_ttl.c_str());
-    CPLOG(LOG_DEBUG_STACK, "other.ttlParam= %s", in_other.m_ttl.c_str());
-    CPLOG(LOG_DEBUG_STACK, "this.maddrParam= %s", m_maddr.c_str());
-    CPLOG(LOG_DEBUG_STACK, "other.maddrParam= %s", in_other.m_maddr.c_str());
-    CPLOG(LOG_DEBUG_STACK, "this.userParam= %s ", m_userParam.c_str());
-    CPLOG(LOG_DEBUG_STACK, "other.userParam= %s", in_other.m_userParam.c_str());
-    CPLOG(LOG_DEBUG_STACK, "this.methodParam= %s", m_method.c_str());
-    CPLOG(LOG_DEBUG_STACK, "other.methodParam= %s", in_other.m_method.c_str());
-    CPLOG(LOG_DEBUG_STACK, "this.otherParam= %s", m_otherValue.c_str());
-    CPLOG(LOG_DEBUG_STACK, "other.otherParam= %s", in_other.m_otherValue.c_str());
-    CPLOG(LOG_DEBUG_STACK, "this.headers = %s", m_headers.c_str());
-    CPLOG(LOG_DEBUG_STACK, "other.headers = %s", in_other.m_headers.c_str());
+    static const struct {
+        const char* thisFormat;
+        const char* otherFormat;
+        const TextBuffer SipUrl::*field;
+    } s_lines[] = {{"this.passwd= %s", "other.passwd= %s", &SipUrl::m_passwd},
+                   {"this.host= %s", "other.host= %s", &SipUrl::m_host},
+                   {"this.ttlParam= %s", "other.ttlParam= %s", &SipUrl::m_ttl},
+                   {"this.maddrParam= %s", "other.maddrParam= %s", &SipUrl::m_maddr},
+                   {"this.userParam= %s ", "other.userParam= %s", &SipUrl::m_userParam},
+                   {"this.methodParam= %s", "other.methodParam= %s", &SipUrl::m_method},
+                   {"this.otherParam= %s", "other.otherParam= %s", &SipUrl::m_otherValue},
+                   {"this.headers = %s", "other.headers = %s", &SipUrl::m_headers}};
+    for (const auto& line : s_lines) {
+        CPLOG(LOG_DEBUG_STACK, line.thisFormat, (this->*line.field).c_str());
+        CPLOG(LOG_DEBUG_STACK, line.otherFormat, (in_other.*line.field).c_str());
+    }
 }
 
 bool SipUrl::areEqual(const BaseUrl* in_pOther) const {

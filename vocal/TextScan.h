@@ -5,6 +5,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "vocal/TextBuffer.h"
+
 namespace Vocal {
 namespace scan {
 
@@ -66,6 +68,31 @@ inline std::string_view trimSpaces(std::string_view in_view) {
     while (begin < end && in_view[begin] == ' ') ++begin;
     while (end > begin && in_view[end - 1] == ' ') --end;
     return in_view.substr(begin, end - begin);
+}
+
+// Cuts the next "name=value" parameter off io. The name runs to the next "="
+// even past a ";", so a parameter without a value merges into the next one's
+// name; the value runs to the next ";" or to the end. False, with io
+// untouched, when no "=" is left.
+inline bool nextParam(std::string_view& io, std::string_view& out_name, std::string_view& out_value) {
+    char equals = '\0';
+    out_name = parse(io, "=", equals);
+    if (equals == '\0') return false;
+    char semicolon = '\0';
+    out_value = parse(io, ";", semicolon);
+    if (semicolon == '\0') {
+        out_value = io;
+        io = {};
+    }
+    return true;
+}
+
+// Appends ";" + prefix + value when the value is set.
+inline void appendParam(TextBuffer& io_out, const char* in_szPrefix, const TextBuffer& in_value) {
+    if (in_value.empty()) return;
+    io_out += ';';
+    io_out += in_szPrefix;
+    io_out += in_value;
 }
 
 }  // namespace scan

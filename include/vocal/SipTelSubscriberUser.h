@@ -64,9 +64,10 @@ public:
 
 private:
     bool decodeView(std::string_view in_text);  // always true
-    // Appends ";" + in_szPrefix + in_value when the value is set.
-    static void appendParam(TextBuffer& io_out, const char* in_szPrefix, const TextBuffer& in_value);
+    // Appends ";" + otherName + "=" + otherValue when both are set.
     void appendOtherParam(TextBuffer& io_out) const;
+    // The global ("+number;isub=..") or local ("number;isdn=..") rendering.
+    TextBuffer renderForm(bool in_bGlobal) const;
 
     bool m_bGlobal = false;                  // the number was written with a leading "+"
     mutable bool m_bGlobalFormBuilt = false; // m_globalForm is valid

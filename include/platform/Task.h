@@ -4,6 +4,10 @@
 
 namespace Tarvik {
 
+template <class T>
+class TSHandle;
+class ROConfiguration;
+
 class Object {
 public:
     virtual ~Object() = default;
@@ -31,6 +35,12 @@ public:
 class TaskWithState : public virtual Task {
 public:
     virtual State getTaskState() const = 0;
+};
+
+// A task that is configured before it starts.
+class ManageableTask : public virtual TaskWithState {
+public:
+    virtual bool configure(const TSHandle<ROConfiguration>& in_hConfig) = 0;
 };
 
 }  // namespace Tarvik

@@ -11,6 +11,7 @@
 #include "platform/GlobalConfig.h"
 #include "platform/Logger.h"
 #include "platform/MemAccount.h"
+#include "platform/SingletonRegistry.h"
 
 namespace corvane {
 
@@ -185,6 +186,8 @@ int main(int argc, char** argv) {
             status = 2;
         }
         std::cout.flush();
+        // Singletons go first, so the figures show what outlived them.
+        Tarvik::SingletonRegistry::getInstance().teardown();
         if (stats) printStats(std::cerr);
         return status;
     }

@@ -1,0 +1,173 @@
+// The resolver task: construction, configuration, thread entry and exit, and
+// synchronous resolution through the operating system.
+#include "net/HostNameServer.h"
+
+#include <pthread.h>
+
+#include "net/HostNameServerWork.h"
+#include "platform/Assertion.h"
+#include "platform/Logger.h"
+
+namespace Tarvik {
+
+namespace {
+
+Logger& serverLogger() {
+    static Logger& s_logger = getLogger("corvane.net.HostNameServer");
+    return s_logger;
+}
+
+// Milliseconds of a time value as the logs show them (no overflow for max_time).
+long long toMilliseconds(const ACE_Time_Value& in_tv) {
+    return static_cast<long long>(static_cast<unsigned long long>(in_tv.sec()) * 1000ULL +
+                                  static_cast<unsigned long long>(in_tv.usec() / 1000));
+}
+
+const char* const kNumThreadParamName = "corvane.net.HostNameServer.numThread";
+
+}  // namespace
+
+HostNameServer::HostNameServer(size_t in_uiNumThread)
+    : AddTimeoutToBlockingOpTask("HostNameServer"),
+      m_cache(100),
+      m_cacheFlushTimeout(10, 0),
+      m_bCacheSuccess(false),
+      m_bCacheFailures(false),
+      m_aresChannel(nullptr) {
+    if (!setNumThread(in_uiNumThread)) Assertion::report(serverLogger(), "setNumThread(in_uiNumThread)", __FILE__, __LINE__);
+}
+
+HostNameServer::~HostNameServer() {
+    AddTimeoutToBlockingOpTask::stop();
+    AddTimeoutToBlockingOpTask::waitUntilDone();
+    releaseAresChannel();
+}
+
+const char* HostNameServer::getCacheFailuresParamName() { return "corvane.net.HostNameServer.cacheFailures"; }
+const char* HostNameServer::getCacheSuccessParamName() { return "corvane.net.HostNameServer.cacheSuccess"; }
+const char* HostNameServer::getCacheFlushTimeoutMsParamName() {
+    return "corvane.net.HostNameServer.cacheFlushTimeoutMs";
+}
+
+bool HostNameServer::start() { return AddTimeoutToBlockingOpTask::start(); }
+bool HostNameServer::kill() { return AddTimeoutToBlockingOpTask::kill(); }
+bool HostNameServer::stop() { return AddTimeoutToBlockingOpTask::stop(); }
+bool HostNameServer::waitUntilDone() { return AddTimeoutToBlockingOpTask::waitUntilDone(); }
+Task::State HostNameServer::getTaskState() const { return AddTimeoutToBlockingOpTask::getTaskState(); }
+
+bool HostNameServer::configure(const TSHandle<ROConfiguration>& in_hConfig) {
+    CORVANE_TRACE_SCOPE(serverLogger(), "HostNameServer::configure");
+    if (!CORVANE_ASSERT(serverLogger(), ! in_hConfig.isNull())) return false;
+    if (!ManageableTaskImplBase::configure(in_hConfig)) return false;
+
+    bool flag = false;
+    if (in_hConfig->getBoolean(getCacheSuccessParamName(), flag)) m_bCacheSuccess = flag;
+    if (in_hConfig->getBoolean(getCacheFailuresParamName(), flag)) m_bCacheFailures = flag;
+
+    long value = 0;
+    if (in_hConfig->getInteger(getCacheFlushTimeoutMsParamName(), value)) {
+        if (value < 1) {
+            CORVANE_WARN(serverLogger(), getCacheFlushTimeoutMsParamName() << " parameter must have a value > 0. Ignoring");
+        } else {
+            m_cacheFlushTimeout.set(static_cast<time_t>(value / 1000), static_cast<suseconds_t>((value % 1000) * 1000));
+        }
+    }
+
+    long numThread = 1;
+    if (in_hConfig->getInteger(kNumThreadParamName, value)) {
+        if (value < 1) {
+            CORVANE_ERROR(serverLogger(), kNumThreadParamName << " must be >= 1");
+            return false;
+        }
+        numThread = value;
+    }
+    if (!configureCAres(in_hConfig)) return false;
+    return setNumThread(static_cast<size_t>(numThread));
+}
+
+void HostNameServer::onSvcEntry() {
+    CORVANE_TRACE_SCOPE(serverLogger(), "HostNameServer::onSvcEntry");
+    {
+        ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_cacheLock);
+        flushCache();
+    }
+    if (isDnsMode() && !startAresTask()) return;
+    setTaskState(Task::RUNNING);
+}
+
+void HostNameServer::onSvcExit() {
+    CORVANE_TRACE_SCOPE(serverLogger(), "HostNameServer::onSvcExit");
+    if (isDnsMode()) stopAresTask();
+}
+
+bool HostNameServer::resolve(const char* in_szHostname, Hostent& out_hostent, Hostent::GetHostByNameStatus& out_status,
+                             ACE_Time_Value in_timeout, bool in_bUseCache) {
+    if (isDnsMode()) return getDNSARecords(in_szHostname, out_hostent, out_status, in_timeout, in_bUseCache);
+    return getHostByName(in_szHostname, out_hostent, out_status, in_timeout, in_bUseCache);
+}
+
+bool HostNameServer::resolve(const char* in_szHostname, GetHostByNameCallback* in_pNewCallback,
+                             ACE_Time_Value in_timeout, bool in_bUseCache) {
+    if (isDnsMode()) {
+        CORVANE_NOT_IMPLEMENTED(serverLogger(), "asynchronous DNS resolution using a callback");
+        return false;
+    }
+    return getHostByName(in_szHostname, in_pNewCallback, in_timeout, in_bUseCache);
+}
+
+bool HostNameServer::getHostByName(const char* in_szHostname, Hostent& out_hostent,
+                                   Hostent::GetHostByNameStatus& out_status, ACE_Time_Value in_timeout,
+                                   bool in_bUseCache) {
+    CORVANE_TRACE_SCOPE(serverLogger(), "HostNameServer::getHostByName");
+    const char* szHostname = in_szHostname ? in_szHostname : "";
+    CORVANE_DEBUG(serverLogger(), traceScope.getName() << " : " << "HostNameServer::getHostByName hostname="
+                                      << szHostname << " timeout=" << toMilliseconds(in_timeout) << "ms");
+    bool bUsable = false;
+    if (in_bUseCache && getHostentInCache(szHostname, out_hostent, out_status, bUsable)) return bUsable;
+
+    GHBNResult result;
+    GetHostByNameWork* pWork = new GetHostByNameWork(*this, szHostname, nullptr, in_bUseCache);
+    switch (doWork<GHBNResult>(pWork, result, in_timeout)) {
+        case DOWORK_RESULT:
+            if (&out_hostent != &result.m_hostent) out_hostent = result.m_hostent;
+            out_status = result.m_status;
+            break;
+        case DOWORK_NO_RESULT: out_status = Hostent::GHBN_OTHER_ERROR; break;
+        case DOWORK_TIMEOUT: out_status = Hostent::GHBN_TIMEOUT; break;
+        case DOWORK_FAILED: out_status = Hostent::GHBN_OTHER_ERROR; break;
+        default: out_status = Hostent::GHBN_OTHER_ERROR; return false;
+    }
+    return out_hostent.isValid() && out_status == Hostent::GHBN_SUCCESS;
+}
+
+bool HostNameServer::GHBNFutureCallback::onGhbnResult(const char*, const Hostent& in_hostent,
+                                                     Hostent::GetHostByNameStatus in_status, ACE_Time_Value in_ttl) {
+    GHBNResult result;
+    result.m_hostent = in_hostent;
+    result.m_status = in_status;
+    result.m_ttl = in_ttl;
+    result.m_bSet = true;
+    m_producer.deliver(result, true);
+    return true;
+}
+
+HostNameServer::GetHostByNameWork::GetHostByNameWork(HostNameServer& in_server, const char* in_szHostname,
+                                                     GetHostByNameCallback* in_pCallback, bool in_bUseCache)
+    : m_server(in_server),
+      m_strHostname(in_szHostname ? in_szHostname : ""),
+      m_pCallback(in_pCallback ? in_pCallback : new FutureCallback(getProducer())),
+      m_bUseCache(in_bUseCache) {}
+
+bool HostNameServer::GetHostByNameWork::doWork() {
+    CORVANE_TRACE_SCOPE(serverLogger(), "GetHostByNameWork::doWork");
+    CORVANE_DEBUG(serverLogger(), traceScope.getName() << " : " << "thread-id = " << pthread_self());
+    CORVANE_DEBUG(serverLogger(), traceScope.getName() << " : " << "hostname = " << m_strHostname);
+    m_result.m_hostent.getHostByName(m_strHostname.c_str(), m_result.m_status);
+    CORVANE_DEBUG(serverLogger(), traceScope.getName() << " : " << "Hostent = " << m_result.m_hostent);
+    if (m_bUseCache) m_server.updateCache(m_strHostname, m_result.m_hostent, m_result.m_status, ACE_Time_Value::zero);
+    if (!CORVANE_ASSERT(serverLogger(), ! m_pCallback.isNull())) return false;
+    m_pCallback->onGhbnResult(m_strHostname.c_str(), m_result.m_hostent, m_result.m_status, ACE_Time_Value::zero);
+    return true;
+}
+
+}  // namespace Tarvik

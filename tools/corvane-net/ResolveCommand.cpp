@@ -1,0 +1,157 @@
+// corvane-net resolve: names through the library's resolver.
+#include <chrono>
+#include <condition_variable>
+#include <iostream>
+#include <mutex>
+#include <sstream>
+#include <thread>
+
+#include "Command.h"
+#include "net/HostNameServer.h"
+#include "net/Net.h"
+
+namespace corvane {
+namespace {
+
+using Tarvik::HostNameServer;
+using Tarvik::Hostent;
+
+// The client side of an asynchronous request: records its one notification.
+struct Notification {
+    std::mutex mutex;
+    std::condition_variable cond;
+    bool told = false;        // a notification arrived
+    bool timedOut = false;    // it was the time-out
+    Hostent hostent;          // the result's record
+    Hostent::GetHostByNameStatus status = Hostent::GHBN_OTHER_ERROR;
+};
+
+class WaitingCallback : public HostNameServer::GetHostByNameCallback {
+public:
+    explicit WaitingCallback(Notification& io_notification) : m_notification(io_notification) {}
+    bool onGhbnTimeout(const char*) override {
+        std::lock_guard<std::mutex> guard(m_notification.mutex);
+        m_notification.told = true;
+        m_notification.timedOut = true;
+        m_notification.cond.notify_all();
+        return true;
+    }
+    bool onGhbnResult(const char*, const Hostent& in_hostent, Hostent::GetHostByNameStatus in_status,
+                      ACE_Time_Value) override {
+        std::lock_guard<std::mutex> guard(m_notification.mutex);
+        m_notification.told = true;
+        m_notification.hostent = in_hostent;
+        m_notification.status = in_status;
+        m_notification.cond.notify_all();
+        return true;
+    }
+
+private:
+    Notification& m_notification;  // outlives the callback: the command waits for it
+};
+
+Json describe(const std::string& in_name, bool in_ok, const std::string& in_status, const Hostent& in_hostent,
+              double in_elapsedMs) {
+    Json item = Json::object();
+    item.set("name", in_name);
+    item.set("ok", in_ok);
+    item.set("status", in_status);
+    Json addresses = Json::array();
+    for (size_t i = 0; i < in_hostent.getNumAddress(); ++i) {
+        std::string address;
+        if (in_hostent.getAddress(i, address)) addresses.push(address);
+    }
+    item.set("addresses", addresses);
+    std::string primary;
+    item.set("primary", in_hostent.getPrimaryOrFirstAddress(primary) ? Json(primary) : Json());
+    std::ostringstream printed;
+    in_hostent.write(printed);
+    item.set("hostent", printed.str());
+    item.set("elapsedMs", in_elapsedMs);
+    return item;
+}
+
+int runResolve(const std::vector<std::string>& in_args, CommandContext& io_ctx) {
+    long timeoutMs = 2000;
+    long sleepMs = 0;
+    bool useCache = true;
+    bool async = false;
+    std::vector<std::string> names;
+    for (size_t i = 0; i < in_args.size(); ++i) {
+        const std::string& arg = in_args[i];
+        if (arg == "--timeout" || arg == "--sleep-ms") {
+            if (i + 1 >= in_args.size()) throw UsageError(arg + " needs a number of milliseconds");
+            const long value = parseNumberOption(arg, in_args[++i]);
+            if (arg == "--timeout") {
+                timeoutMs = value;
+            } else {
+                if (value < 0) throw UsageError("--sleep-ms takes a number >= 0");
+                sleepMs = value;
+            }
+        } else if (arg == "--no-cache") {
+            useCache = false;
+        } else if (arg == "--async") {
+            async = true;
+        } else if (arg.size() > 1 && arg[0] == '-') {
+            throw UsageError("unknown option " + arg);
+        } else {
+            names.push_back(arg);
+        }
+    }
+    names = expandItems(names);
+    if (names.empty()) throw UsageError("resolve needs at least one NAME");
+
+    const ACE_Time_Value timeout =
+        timeoutMs < 0 ? ACE_Time_Value::max_time : ACE_Time_Value(timeoutMs / 1000, (timeoutMs % 1000) * 1000);
+
+    if (!Tarvik::Net::initializeLibrary()) {
+        *io_ctx.err << "corvane-net resolve: the library could not be initialized (see its messages above)\n";
+        Tarvik::Net::forcedCloseLibrary();
+        return 1;
+    }
+    HostNameServer& server = HostNameServer::getInstance();
+    int status = 0;
+    for (size_t n = 0; n < names.size(); ++n) {
+        const std::string& name = names[n];
+        const auto start = std::chrono::steady_clock::now();
+        bool ok = false;
+        std::string statusText;
+        Hostent hostent;
+        if (async) {
+            Notification notification;
+            if (!server.resolve(name.c_str(), new WaitingCallback(notification), timeout, useCache)) {
+                // Refused or answered from the cache: the callback may have been told already.
+            }
+            std::unique_lock<std::mutex> lock(notification.mutex);
+            notification.cond.wait(lock, [&] { return notification.told; });
+            hostent = notification.hostent;
+            statusText = notification.timedOut ? "CALLBACK_TIMEOUT"
+                                               : Hostent::getGetHostByNameStatusString(notification.status);
+            ok = !notification.timedOut && notification.status == Hostent::GHBN_SUCCESS && hostent.isValid();
+        } else {
+            Hostent::GetHostByNameStatus ghbnStatus = Hostent::GHBN_OTHER_ERROR;
+            ok = server.resolve(name.c_str(), hostent, ghbnStatus, timeout, useCache);
+            statusText = Hostent::getGetHostByNameStatusString(ghbnStatus);
+        }
+        const double elapsedMs =
+            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+        io_ctx.emit(describe(name, ok, statusText, hostent, elapsedMs));
+        if (!ok) status = 1;
+        if (sleepMs > 0 && n + 1 < names.size()) std::this_thread::sleep_for(std::chrono::milliseconds(sleepMs));
+    }
+    Tarvik::Net::forcedCloseLibrary();
+    return status;
+}
+
+const CommandRegistrar s_registrar(
+    {"resolve", 30, "resolve [--timeout MS] [--no-cache] [--async] [--sleep-ms N] NAME...",
+     "Starts the library and resolves each NAME (\"-\" reads names from standard input) through\n"
+     "HostNameServer::resolve, one after another.\n"
+     "  --timeout MS   time-out of each resolution (default 2000; negative: none)\n"
+     "  --no-cache     do not use the resolution cache\n"
+     "  --async        use the callback form and wait for its one notification\n"
+     "  --sleep-ms N   pause between items, to let background work finish",
+     runResolve});
+
+}  // namespace
+}  // namespace corvane

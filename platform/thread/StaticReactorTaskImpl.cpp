@@ -72,10 +72,8 @@ bool StaticReactorTaskImpl::start() {
         m_bStopping = false;
         m_uiActive = m_uiNumThread;
     }
-    {
-        std::lock_guard<std::recursive_mutex> svcGuard(m_svcMutex);
-        m_bEntered = false;
-    }
+    // No thread of this pool exists now: the threads made below see this write.
+    m_bEntered = false;
     setTaskState(Task::STARTING_STATE);
     if (!startServices()) {
         std::lock_guard<std::mutex> guard(m_queueMutex);

@@ -169,6 +169,21 @@ TEST(BoostRegex, MatchIsWholeTextSearchFindsAPartWithGroups) {
     EXPECT_TRUE(copy.match("1.2.3.4"));
 }
 
+namespace {
+template <class Text, class = void>
+struct CanSearch : std::false_type {};
+template <class Text>
+struct CanSearch<Text, decltype(void(std::declval<const BoostRegex&>().search(
+                                    std::declval<Text>(), std::declval<boost::smatch&>())))> : std::true_type {};
+}  // namespace
+
+TEST(BoostRegex, SearchRefusesATemporaryTextWhoseResultsWouldDangle) {
+    static_assert(CanSearch<const std::string&>::value, "a text the caller keeps can be searched");
+    static_assert(CanSearch<std::string&>::value, "a text the caller keeps can be searched");
+    static_assert(!CanSearch<std::string>::value, "a temporary text cannot");
+    static_assert(!CanSearch<const char*>::value, "a literal would become a temporary text");
+}
+
 TEST(BoostRegex, OnePatternMatchesFromManyThreadsAtOnce) {
     const BoostRegex pattern("(sip|sips):([^@]+)@(.+)");
     std::atomic<int> wrong{0};

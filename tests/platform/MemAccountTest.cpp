@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/MemAccount.h"
+#include "support/BoundedWait.h"
 
 using namespace Tarvik;
 
@@ -187,4 +188,24 @@ TEST(MemAccount, SnapshotListsEveryUsedAccountSortedByName) {
         }
     }
     EXPECT_EQ(found, 2);
+}
+
+TEST(MemAccount, CountReachingZeroPublishesWhatTheFreeingThreadDidBefore) {
+    // Tests wait for an account to reach zero and then tear down what the
+    // freed objects used: the count must order those accesses (seen by TSan).
+    for (int round = 0; round < 20; ++round) {
+        int objectsSeen = 0;  // plain data, written before the object is freed
+        int bytesSeen = 0;
+        Widget* counted = new Widget;
+        std::thread freer([&] {
+            objectsSeen = 1;
+            bytesSeen = 1;
+            delete counted;
+        });
+        ASSERT_TRUE(corvane_test::waitFor([] { return Widget::getMemAccount().getLiveObjects() == 0; }));
+        EXPECT_EQ(objectsSeen, 1);
+        ASSERT_TRUE(corvane_test::waitFor([] { return Widget::getMemAccount().getLiveBytes() == 0; }));
+        EXPECT_EQ(bytesSeen, 1);
+        freer.join();
+    }
 }

@@ -281,7 +281,7 @@ bool Hostent::getHostByName(const char* in_szHostname, GetHostByNameStatus& out_
     hostent result;
     hostent* pResult = nullptr;
     int hErrno = 0;
-    char stackBuffer[8192];
+    alignas(16) char stackBuffer[8192];
     std::vector<char> heapBuffer;
     char* pBuffer = stackBuffer;
     size_t length = sizeof stackBuffer;

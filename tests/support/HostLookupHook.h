@@ -1,0 +1,52 @@
+// Replaces the operating system's resolver for one test: answers dotted
+// literals and "localhost" like the real one would, after an optional delay,
+// or fails with a chosen h_errno. Counts the lookups it served.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+
+#include "net/Hostent.h"
+
+namespace corvane_test {
+
+class HostLookupHook {
+public:
+    HostLookupHook();
+    ~HostLookupHook();
+    HostLookupHook(const HostLookupHook&) = delete;
+    HostLookupHook& operator=(const HostLookupHook&) = delete;
+
+    // Every lookup sleeps this long first.
+    void setDelay(std::chrono::milliseconds in_delay) { m_delayMs = in_delay.count(); }
+    // Per-lookup delay chosen by a function (e.g. random), overriding setDelay.
+    void setDelayFunction(std::function<std::chrono::microseconds()> in_fn);
+    // Every lookup fails with this h_errno (0: answer normally).
+    void setFailure(int in_iHErrno) { m_iFailure = in_iHErrno; }
+    // Lookups that block until release() is called (bounded: 10 s).
+    void setBlocking(bool in_bBlocking);
+    void release();
+
+    int lookups() const { return m_iLookups.load(); }
+    int finished() const { return m_iFinished.load(); }
+    // Waits (up to 10 s) until at least n lookups have finished.
+    bool waitFinished(int in_iCount);
+
+private:
+    int lookUp(const char* name, hostent* result, char* buffer, size_t length, hostent** out, int* herrno);
+
+    std::atomic<long> m_delayMs{0};
+    std::atomic<int> m_iFailure{0};
+    std::atomic<int> m_iLookups{0};
+    std::atomic<int> m_iFinished{0};
+    std::mutex m_mutex;
+    std::condition_variable m_cond;
+    bool m_bBlocking = false;
+    std::function<std::chrono::microseconds()> m_delayFn;
+};
+
+}  // namespace corvane_test

@@ -1,0 +1,122 @@
+#include <gtest/gtest.h>
+
+#include "support/RunTool.h"
+
+using corvane_test::runTool;
+
+namespace {
+bool has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+}  // namespace
+
+TEST(ResolveCommand, ResolvesLiteralsAndLocalhostAsJsonLines) {
+    const auto run = runTool({"--json", "resolve", "127.0.0.1", "10.0.0.1:5060", "localhost"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    ASSERT_EQ(run.lines.size(), 3u) << run.out;
+    const char* expected[][2] = {{"127.0.0.1", "127.0.0.1"}, {"10.0.0.1:5060", "10.0.0.1"}, {"localhost", "127.0.0.1"}};
+    for (size_t i = 0; i < 3; ++i) {
+        const std::string& line = run.lines[i];
+        EXPECT_TRUE(has(line, std::string("{\"name\": \"") + expected[i][0] + "\", \"ok\": true, \"status\": \"GHBN_SUCCESS\", "
+                                  "\"addresses\": [\"" + expected[i][1] + "\"], \"primary\": \"" + expected[i][1] + "\""))
+            << line;
+        EXPECT_TRUE(has(line, "\"hostent\": \"")) << line;
+        EXPECT_TRUE(has(line, "\"elapsedMs\": ")) << line;
+    }
+}
+
+TEST(ResolveCommand, FailureExitsOneAndSaysWhichItemFailed) {
+    const auto run = runTool({"--json", "--set", "corvane.net.HostNameServer.numThread=1", "resolve", "10.0.0.2",
+                              "no-such-host.invalid"});
+    EXPECT_EQ(run.status, 1);
+    ASSERT_EQ(run.lines.size(), 2u);
+    EXPECT_TRUE(has(run.lines[0], "\"ok\": true"));
+    EXPECT_TRUE(has(run.lines[1], "\"name\": \"no-such-host.invalid\", \"ok\": false")) << run.lines[1];
+    EXPECT_TRUE(has(run.lines[1], "\"primary\": null"));
+}
+
+TEST(ResolveCommand, SecondResolutionIsACacheHit) {
+    const auto run = runTool({"--json", "--log", "DEBUG", "--set", "corvane.net.HostNameServer.cacheSuccess=true",
+                              "resolve", "localhost", "localhost"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.lines.size(), 2u);
+    EXPECT_TRUE(has(run.err, "DEBUG corvane.net.HostNameServer - HostNameServer::getHostentInCache : cache hit\n")) << run.err;
+}
+
+TEST(ResolveCommand, AsyncZeroTimeOutReportsOneNotificationAndNothingLeftAtExit) {
+    const auto run = runTool({"--json", "--stats", "resolve", "--async", "--timeout", "0", "localhost"});
+    ASSERT_EQ(run.lines.size(), 1u) << run.out;
+    EXPECT_TRUE(has(run.lines[0], "\"status\": \"CALLBACK_TIMEOUT\"") || has(run.lines[0], "\"status\": \"GHBN_SUCCESS\""))
+        << run.lines[0];
+    const size_t stats = run.err.find("stats {");
+    ASSERT_NE(stats, std::string::npos) << run.err;
+    const std::string line = run.err.substr(stats, run.err.find('\n', stats) - stats);
+    EXPECT_TRUE(has(line, "\"AsynchGHBNCallbackContainer\": 0")) << line;
+    EXPECT_TRUE(has(line, "\"AsynchGHBNTimeoutProcessor\": 0")) << line;
+    EXPECT_FALSE(has(line, ": 1")) << line;
+}
+
+TEST(ResolveCommand, ReadsNamesFromStandardInput) {
+    const auto run = runTool({"--json", "resolve", "-"}, "10.0.0.3\n10.0.0.4\n");
+    EXPECT_EQ(run.status, 0);
+    ASSERT_EQ(run.lines.size(), 2u);
+    EXPECT_TRUE(has(run.lines[1], "\"name\": \"10.0.0.4\""));
+}
+
+TEST(ResolveCommand, FailedInitializationIsReportedWithTheLibraryMessage) {
+    const auto run = runTool({"resolve", "localhost"}, "");
+    EXPECT_EQ(run.status, 0);
+    const auto bad = runTool({"--set", "corvane.net.HostNameServer.numThread=0", "resolve", "localhost"});
+    EXPECT_EQ(bad.status, 1);
+    EXPECT_TRUE(has(bad.err, "ERROR corvane.net.HostNameServer - corvane.net.HostNameServer.numThread must be >= 1")) << bad.err;
+    EXPECT_TRUE(has(bad.err, "could not be initialized")) << bad.err;
+}
+
+TEST(CommandLine, UsageErrorsExitTwo) {
+    const struct {
+        std::vector<std::string> args;
+        const char* mentions;
+    } cases[] = {
+        {{"--set", "corvane.nope=1", "params"}, "corvane.nope"},
+        {{"--set", "corvane.net.HostNameServer.numThread=many", "params"}, "corvane.net.HostNameServer.numThread"},
+        {{"--set", "corvane.net.HostNameServer.cacheSuccess=yes", "params"}, "corvane.net.HostNameServer.cacheSuccess"},
+        {{"--log", "LOUD", "params"}, "LOUD"},
+        {{"frobnicate"}, "frobnicate"},
+        {{"resolve", "--timeout", "soon", "x"}, "--timeout"},
+        {{"resolve"}, "NAME"},
+        {{"params", "extra"}, "params"},
+        {{}, "usage"},
+    };
+    for (const auto& c : cases) {
+        const auto run = runTool(c.args);
+        EXPECT_EQ(run.status, 2) << c.mentions;
+        EXPECT_TRUE(has(run.err, c.mentions)) << run.err;
+    }
+}
+
+TEST(ParamsCommand, ListsTheSixParametersInRegistrationOrder) {
+    const auto run = runTool({"--json", "params"});
+    EXPECT_EQ(run.status, 0);
+    ASSERT_EQ(run.lines.size(), 6u);
+    const char* names[] = {"corvane.net.HostNameServer.cacheFlushTimeoutMs", "corvane.net.HostNameServer.cacheFailures",
+                           "corvane.net.HostNameServer.cacheSuccess",        "corvane.net.HostNameServer.numThread",
+                           "corvane.net.HostNameServer.DNSServerIPAddrList", "corvane.net.primaryIPAddress"};
+    const char* types[] = {"integer", "boolean", "boolean", "integer", "text", "text"};
+    for (size_t i = 0; i < 6; ++i) {
+        EXPECT_TRUE(has(run.lines[i], std::string("{\"name\": \"") + names[i] + "\", \"type\": \"" + types[i] + "\""))
+            << run.lines[i];
+        EXPECT_TRUE(has(run.lines[i], i == 3 ? "\"default\": \"3\"" : "\"default\": null")) << run.lines[i];
+    }
+    EXPECT_TRUE(has(run.lines[4], "This parameter can also be set to use-host-dns-list to make the application discover "
+                                  "the DNS servers of this host.\"}"));
+    const auto help = runTool({"--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_TRUE(has(help.out, "resolve [--timeout MS]"));
+}
+
+TEST(CommandLine, LogLinesReadLevelLoggerMessage) {
+    const auto run = runTool({"--log", "DEBUG", "resolve", "127.0.0.1"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_TRUE(has(run.err, "DEBUG corvane.net - Succesfully initialized Net library\n")) << run.err;
+    EXPECT_TRUE(has(run.err, "DEBUG corvane.net - Closing the Net library\n")) << run.err;
+    const auto quiet = runTool({"--log", "OFF", "--set", "corvane.net.HostNameServer.numThread=0", "resolve", "x"});
+    EXPECT_FALSE(has(quiet.err, "ERROR corvane")) << quiet.err;
+}

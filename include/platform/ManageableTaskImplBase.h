@@ -70,7 +70,8 @@ public:
     bool waitUntilDone() override;
     bool enqueue(ACE_Method_Request* in_pRequest, const char* in_szLabel) override;
 
-    // True when the calling thread is one of this pool's.
+    // True when the calling thread is one of this task's: a pool thread, or a
+    // thread of a derived service (the timer thread).
     bool isPoolThread() const;
 
 protected:
@@ -81,6 +82,9 @@ protected:
     virtual bool startServices() { return true; }
     virtual void stopServices() {}
     virtual void joinServices() {}
+    // Called first by a derived service's own thread: it then counts as one of
+    // the task's threads, which may neither wait for nor restart the task.
+    void markServiceThread() const;
 
 private:
     void svc();

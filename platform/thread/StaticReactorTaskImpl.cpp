@@ -5,7 +5,7 @@
 namespace Tarvik {
 
 namespace {
-thread_local const StaticReactorTaskImpl* t_pPool = nullptr;  // pool of the calling thread
+thread_local const StaticReactorTaskImpl* t_pPool = nullptr;  // task the calling thread belongs to
 }
 
 ManageableTaskImplBase::ManageableTaskImplBase(const std::string& in_strName)
@@ -57,6 +57,8 @@ size_t StaticReactorTaskImpl::getNumThread() const {
 }
 
 bool StaticReactorTaskImpl::isPoolThread() const { return t_pPool == this; }
+
+void StaticReactorTaskImpl::markServiceThread() const { t_pPool = this; }
 
 bool StaticReactorTaskImpl::start() {
     if (isPoolThread()) return false;

@@ -86,6 +86,7 @@ size_t TaskWithTimersImpl::getNumPendingTimers() const {
 }
 
 void TaskWithTimersImpl::timerLoop() {
+    markServiceThread();
     std::unique_lock<std::mutex> lock(m_timerMutex);
     while (m_bTimersRunning) {
         if (m_timers.empty()) {

@@ -235,3 +235,23 @@ TEST(Timers, EveryProcessorIsDestroyedExactlyOnceWhenStopRacesScheduling) {
         EXPECT_EQ(log.cancels, 0);
     }
 }
+
+TEST(Timers, TimerThreadCannotWaitForNorRestartItsOwnTask) {
+    // The timer thread is one of the task's threads: joining it from itself
+    // would throw and end the process.
+    TimerTask task;
+    TimerLog log;
+    std::atomic<int> waitResult{-1};
+    std::atomic<int> startResult{-1};
+    ASSERT_TRUE(task.startAndWaitRunning());
+    task.after(new RecordingProcessor(log, 1,
+                                      [&] {
+                                          waitResult = task.waitUntilDone();
+                                          startResult = task.start();
+                                      }),
+               1);
+    ASSERT_TRUE(waitFor([&] { return log.destroyed == 1; }));
+    EXPECT_EQ(waitResult, 0);
+    EXPECT_EQ(startResult, 0);
+    EXPECT_EQ(task.getTaskState(), Task::RUNNING);
+}

@@ -35,6 +35,7 @@ public:
     virtual bool enqueue(ACE_Method_Request* in_pRequest, const char* in_szLabel) = 0;
 
     Task::State getTaskState() const;
+    // RUNNING is refused while STOPPING: only the end of the run or a new start follows a stop.
     void setTaskState(Task::State in_state);
     const std::string& getTaskName() const { return m_strName; }
     void setTaskName(const std::string& in_strName) { m_strName = in_strName; }

@@ -25,6 +25,8 @@ Task::State ManageableTaskImplBase::getTaskState() const {
 
 void ManageableTaskImplBase::setTaskState(Task::State in_state) {
     std::lock_guard<std::mutex> guard(m_stateMutex);
+    // An entry hook that finishes after a stop must not make the task look ready.
+    if (in_state == Task::RUNNING && m_state == Task::STOPPING_STATE) return;
     m_state = in_state;
 }
 

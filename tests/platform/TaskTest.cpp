@@ -309,3 +309,25 @@ TEST(ReactorPool, ConfigureKeepsTheHandleAndRefusesANullOne) {
     EXPECT_TRUE(pool.configure(config));
     EXPECT_EQ(pool.getConfiguration().getShared(), config.getShared());
 }
+
+TEST(ReactorPool, StopDuringTheEntryHookIsNotUndoneByIt) {
+    HookedPool pool(2);
+    Gate entryGate;
+    Gate exitGate;
+    std::atomic<bool> inExit{false};
+    pool.entryBody = [&] { entryGate.wait(); };
+    pool.exitBody = [&] {
+        inExit = true;
+        exitGate.wait();
+    };
+    ASSERT_TRUE(pool.start());
+    ASSERT_TRUE(waitFor([&] { return pool.entries == 1; }));
+    pool.stop();
+    EXPECT_EQ(pool.getTaskState(), Task::STOPPING_STATE);
+    entryGate.open();  // the entry hook now declares the task ready
+    ASSERT_TRUE(waitFor([&] { return inExit.load(); }));
+    EXPECT_EQ(pool.getTaskState(), Task::STOPPING_STATE);
+    exitGate.open();
+    ASSERT_TRUE(pool.waitUntilDone());
+    EXPECT_EQ(pool.getTaskState(), Task::STOPPED_STATE);
+}

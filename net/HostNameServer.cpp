@@ -125,13 +125,14 @@ bool HostNameServer::getHostByName(const char* in_szHostname, Hostent& out_hoste
     bool bUsable = false;
     if (in_bUseCache && getHostentInCache(szHostname, out_hostent, out_status, bUsable)) return bUsable;
 
-    GHBNResult result;
     GetHostByNameWork* pWork = new GetHostByNameWork(*this, szHostname, nullptr, in_bUseCache);
-    switch (doWork<GHBNResult>(pWork, result, in_timeout)) {
-        case DOWORK_RESULT:
-            if (&out_hostent != &result.m_hostent) out_hostent = result.m_hostent;
-            out_status = result.m_status;
-            break;
+    // The record is copied once, from the shared result straight into the caller's.
+    const auto take = [&out_hostent, &out_status](const GHBNResult& in_result) {
+        if (&out_hostent != &in_result.m_hostent) out_hostent = in_result.m_hostent;
+        out_status = in_result.m_status;
+    };
+    switch (doWorkAndTake<GHBNResult>(pWork, take, in_timeout)) {
+        case DOWORK_RESULT: break;
         case DOWORK_NO_RESULT: out_status = Hostent::GHBN_OTHER_ERROR; break;
         case DOWORK_TIMEOUT: out_status = Hostent::GHBN_TIMEOUT; break;
         case DOWORK_FAILED: out_status = Hostent::GHBN_OTHER_ERROR; break;
@@ -142,12 +143,15 @@ bool HostNameServer::getHostByName(const char* in_szHostname, Hostent& out_hoste
 
 bool HostNameServer::GHBNFutureCallback::onGhbnResult(const char*, const Hostent& in_hostent,
                                                      Hostent::GetHostByNameStatus in_status, ACE_Time_Value in_ttl) {
-    GHBNResult result;
-    result.m_hostent = in_hostent;
-    result.m_status = in_status;
-    result.m_ttl = in_ttl;
-    result.m_bSet = true;
-    m_producer.deliver(result, true);
+    // Built in place in the shared result: the record is copied once.
+    m_producer.deliverWith(
+        [&](GHBNResult& io_result) {
+            io_result.m_hostent = in_hostent;
+            io_result.m_status = in_status;
+            io_result.m_ttl = in_ttl;
+            io_result.m_bSet = true;
+        },
+        true);
     return true;
 }
 

@@ -92,18 +92,31 @@ TEST(BlockingOp, EachOutcomeOfAQueuedWork) {
     };
     BlockingTask task;
     ASSERT_TRUE(task.startAndWaitRunning());
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        Gate gate;
-        int out = -1;
-        const ACE_Time_Value timeout = c.timeoutMs < 0 ? ACE_Time_Value::max_time : ms(c.timeoutMs);
-        const int code = task.doWork<int>(new ScriptedWork(c.action, 42, c.blocked ? &gate : nullptr, c.sleepMs),
-                                          out, timeout);
-        EXPECT_EQ(code, c.expectedCode);
-        // The caller's variable is written only with a valid result.
-        EXPECT_EQ(out, code == Op::DOWORK_RESULT ? 42 : -1);
-        gate.open();
-        EXPECT_TRUE(waitFor([] { return liveWorks() == 0; }));
+    // Both forms: the result copied out, and the result handed to a function.
+    for (bool bTake : {false, true}) {
+        for (const auto& c : cases) {
+            SCOPED_TRACE(std::string(c.what) + (bTake ? " (take)" : " (copy)"));
+            Gate gate;
+            int out = -1;
+            int takes = 0;
+            const ACE_Time_Value timeout = c.timeoutMs < 0 ? ACE_Time_Value::max_time : ms(c.timeoutMs);
+            ScriptedWork* pWork = new ScriptedWork(c.action, 42, c.blocked ? &gate : nullptr, c.sleepMs);
+            const int code = bTake ? task.doWorkAndTake<int>(pWork,
+                                                             [&](const int& in_value) {
+                                                                 ++takes;
+                                                                 out = in_value;
+                                                             },
+                                                             timeout)
+                                   : task.doWork<int>(pWork, out, timeout);
+            EXPECT_EQ(code, c.expectedCode);
+            // The caller's variable is written only with a valid result.
+            EXPECT_EQ(out, code == Op::DOWORK_RESULT ? 42 : -1);
+            if (bTake) {
+                EXPECT_EQ(takes, code == Op::DOWORK_RESULT ? 1 : 0);
+            }
+            gate.open();
+            EXPECT_TRUE(waitFor([] { return liveWorks() == 0; }));
+        }
     }
 }
 

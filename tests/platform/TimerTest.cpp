@@ -255,3 +255,21 @@ TEST(Timers, TimerThreadCannotWaitForNorRestartItsOwnTask) {
     EXPECT_EQ(startResult, 0);
     EXPECT_EQ(task.getTaskState(), Task::RUNNING);
 }
+
+TEST(Timers, CancellingTheTimerBeingWaitedForLeavesTheTimerThreadSound) {
+    // The timer thread sleeps until the earliest expiry; cancelling that timer
+    // frees its entry while the thread still waits for that time.
+    TimerTask task;
+    TimerLog log;
+    ASSERT_TRUE(task.startAndWaitRunning());
+    for (int round = 0; round < 5; ++round) {
+        SCOPED_TRACE(round);
+        const long awaited = task.after(new RecordingProcessor(log, 0), kHour);
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));  // lets the thread start waiting for it
+        ASSERT_TRUE(task.cancelTimer(awaited));
+        ASSERT_GT(task.after(new RecordingProcessor(log, round + 1), 1), 0);  // wakes the thread
+        ASSERT_TRUE(waitFor([&] { return log.timeouts == round + 1; }));
+    }
+    EXPECT_EQ(log.cancels, 5);
+    EXPECT_TRUE(waitFor([&] { return log.destroyed == 10; }));
+}

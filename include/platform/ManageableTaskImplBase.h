@@ -100,7 +100,7 @@ private:
     std::vector<std::thread> m_threads;          // threads of the current or last run, until joined
     std::mutex m_joinMutex;                      // serialises joins of m_threads
     std::recursive_mutex m_svcMutex;             // the service lock, held around the hooks
-    bool m_bEntered = false;                     // the entry hook ran in this run; under m_svcMutex
+    bool m_bEntered = false;                     // the entry hook ran in this run; under m_svcMutex once threads run
 };
 
 }  // namespace Tarvik

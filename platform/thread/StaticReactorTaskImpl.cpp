@@ -76,10 +76,10 @@ bool StaticReactorTaskImpl::start() {
         m_bStopping = false;
         m_uiActive = m_uiNumThread;
     }
-    {
-        std::lock_guard<std::recursive_mutex> svcGuard(m_svcMutex);
-        m_bEntered = false;
-    }
+    // Every thread of an earlier run is past its entry (m_uiActive is 0, read
+    // under m_queueMutex) and none of this run exists yet, so no lock is needed;
+    // taking the service lock here would order it after whatever the caller holds.
+    m_bEntered = false;
     setTaskState(Task::STARTING_STATE);
     if (!startServices()) {
         std::lock_guard<std::mutex> guard(m_queueMutex);

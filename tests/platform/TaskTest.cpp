@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <functional>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -330,4 +331,22 @@ TEST(ReactorPool, StopDuringTheEntryHookIsNotUndoneByIt) {
     exitGate.open();
     ASSERT_TRUE(pool.waitUntilDone());
     EXPECT_EQ(pool.getTaskState(), Task::STOPPED_STATE);
+}
+
+TEST(ReactorPool, StartMayBeCalledHoldingALockTheEntryHookTakes) {
+    // Start takes no lock that the hooks run under, so holding one of the
+    // hook's locks around start orders nothing (TSan reports any cycle).
+    std::mutex hookLock;
+    HookedPool pool(2);
+    pool.entryBody = [&] { std::lock_guard<std::mutex> guard(hookLock); };
+    for (int run = 1; run <= 2; ++run) {
+        {
+            std::lock_guard<std::mutex> guard(hookLock);
+            ASSERT_TRUE(pool.start());
+        }
+        ASSERT_TRUE(waitFor([&] { return pool.getTaskState() == Task::RUNNING; }));
+        pool.stop();
+        ASSERT_TRUE(pool.waitUntilDone());
+    }
+    EXPECT_EQ(pool.entries, 2);
 }

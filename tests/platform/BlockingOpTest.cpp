@@ -34,6 +34,13 @@ public:
     bool startAndWaitRunning() {
         return start() && waitFor([this] { return getTaskState() == Task::RUNNING; });
     }
+    bool enqueue(ACE_Method_Request* in_pRequest, const char* in_szLabel) override {
+        const bool bAccepted = AddTimeoutToBlockingOpTask::enqueue(in_pRequest, in_szLabel);
+        if (bAccepted) ++accepted;
+        return bAccepted;
+    }
+
+    std::atomic<int> accepted{0};  // requests the queue took
 };
 
 // A work whose behaviour the test chooses; its objects are counted, so a
@@ -272,7 +279,7 @@ TEST(BlockingOp, StopWakesAWaiterWhoseWorkWasDroppedWithNoResult) {
         int out = -1;
         code = task.doWork<int>(new ScriptedWork(ScriptedWork::DELIVER_VALID, 2), out, ms(10000));
     });
-    ASSERT_TRUE(waitFor([] { return liveWorks() == 2; }));
+    ASSERT_TRUE(waitFor([&] { return task.accepted == 2; }));
     task.stop();
     second.join();
     // The queued work was destroyed, so its waiter learns at once that no result will come.

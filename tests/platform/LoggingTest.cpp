@@ -51,12 +51,13 @@ const int kMessageLevels[] = {TRACE_LOG_LEVEL, DEBUG_LOG_LEVEL, INFO_LOG_LEVEL,
 }  // namespace
 
 TEST(Logging, LoggerIsCreatedOnFirstUseAndThenTheSameOne) {
-    const char* const name = "test.logging.FirstUse";
+    static int s_iRun = 0;  // a name no earlier run in this process used
+    const std::string name = "test.logging.FirstUse." + std::to_string(++s_iRun);
     EXPECT_FALSE(log4cplus::Logger::exists(name));
-    Logger& first = getLogger(name);
+    Logger& first = getLogger(name.c_str());
     EXPECT_TRUE(log4cplus::Logger::exists(name));
     EXPECT_EQ(first.getName(), name);
-    EXPECT_EQ(&getLogger(name), &first);
+    EXPECT_EQ(&getLogger(name.c_str()), &first);
     EXPECT_NE(&getLogger("test.logging.Other"), &first);
 }
 

@@ -18,6 +18,12 @@ namespace {
 
 void deleteInt(void* in_p) { delete static_cast<int*>(in_p); }
 
+// A key no earlier run of the test in this process used.
+std::string freshKey(const char* in_szBase) {
+    static std::atomic<int> s_iRun{0};
+    return std::string(in_szBase) + "." + std::to_string(++s_iRun);
+}
+
 // Deleters that say what they tear down, for the child process of the exit test.
 void announceA(void* in_p) {
     std::fprintf(stderr, "deleted A\n");
@@ -38,18 +44,20 @@ void announceC(void* in_p) {
 
 TEST(SingletonRegistry, FirstRegistrationWins) {
     SingletonRegistry& registry = SingletonRegistry::getInstance();
-    EXPECT_EQ(registry.find("test.registry.First"), nullptr);
+    const std::string key = freshKey("test.registry.First");
+    EXPECT_EQ(registry.find(key), nullptr);
     int* first = new int(1);
-    EXPECT_EQ(registry.registerObject("test.registry.First", first, deleteInt), first);
+    EXPECT_EQ(registry.registerObject(key, first, deleteInt), first);
     int* second = new int(2);
-    EXPECT_EQ(registry.registerObject("test.registry.First", second, deleteInt), first);
+    EXPECT_EQ(registry.registerObject(key, second, deleteInt), first);
     delete second;  // refused: still the caller's
-    EXPECT_EQ(registry.find("test.registry.First"), first);
+    EXPECT_EQ(registry.find(key), first);
     EXPECT_EQ(&SingletonRegistry::getInstance(), &registry);
 }
 
 TEST(SingletonRegistry, RacingCreatorsAllGetTheOneRegisteredObject) {
     const int kThreads = 8;
+    const std::string key = freshKey("test.registry.Race");
     std::vector<void*> got(kThreads, nullptr);
     std::atomic<int> losers{0};
     std::atomic<int> ready{0};
@@ -59,7 +67,7 @@ TEST(SingletonRegistry, RacingCreatorsAllGetTheOneRegisteredObject) {
             ++ready;
             while (ready < kThreads) std::this_thread::yield();
             int* mine = new int(t);
-            void* registered = SingletonRegistry::getInstance().registerObject("test.registry.Race", mine, deleteInt);
+            void* registered = SingletonRegistry::getInstance().registerObject(key, mine, deleteInt);
             if (registered != mine) {
                 ++losers;
                 delete mine;
@@ -70,7 +78,7 @@ TEST(SingletonRegistry, RacingCreatorsAllGetTheOneRegisteredObject) {
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(std::set<void*>(got.begin(), got.end()).size(), 1u);
     EXPECT_EQ(losers, kThreads - 1);
-    EXPECT_EQ(SingletonRegistry::getInstance().find("test.registry.Race"), got[0]);
+    EXPECT_EQ(SingletonRegistry::getInstance().find(key), got[0]);
 }
 
 TEST(SingletonRegistry, OnDemandMutexIsOneRecursiveMutex) {

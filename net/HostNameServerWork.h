@@ -43,3 +43,33 @@ private:
 };
 
 }  // namespace Tarvik
+
+namespace Tarvik {
+
+// One DNS A-record query, sent from a pool thread through the platform's DNS
+// task; the answer arrives on the DNS task's thread.
+class HostNameServer::DNSARecordWork : public AddTimeoutToBlockingOpTask::Work<HostNameServer::GHBNResult> {
+    CORVANE_STATIC_ALLOCATOR("HostNameServer::DNSARecordWork")
+
+public:
+    using FutureCallback = HostNameServer::GHBNFutureCallback;
+    class CallbackContainer;
+
+    // Without a callback the work makes a FutureCallback for its waiter.
+    DNSARecordWork(HostNameServer& in_server, const char* in_szHostname, GetHostByNameCallback* in_pCallback,
+                   bool in_bUseCache);
+    ~DNSARecordWork() override;
+    // Hands the callback to a container and sends the query; does not wait.
+    bool doWork() override;
+    // The c-ares answer callback: parses the answer and tells the container.
+    static void aresCallback(void* in_pArg, int in_iStatus, int in_iTimeouts, unsigned char* in_pAnswer,
+                             int in_iLength);
+
+private:
+    HostNameServer& m_server;                 // the owning resolver
+    const std::string m_strHostname;          // the name to query
+    GetHostByNameCallback* m_pCallback;       // owned until handed to the container; null afterwards
+    const bool m_bUseCache;                   // store the answer in the cache
+};
+
+}  // namespace Tarvik

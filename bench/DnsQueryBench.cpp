@@ -1,0 +1,149 @@
+// DNS A queries per second against a local dnsmasq, 16 in flight:
+// - DnsQuery/c-ares: a bare c-ares event loop on the benchmark's thread (the floor);
+// - DnsQuery/reactor: searches handed from the benchmark's thread to
+//   AresReactorTask, answers delivered on its loop thread.
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include <poll.h>
+
+#include <ares.h>
+#include <benchmark/benchmark.h>
+
+#include "platform/AresReactorTask.h"
+#include "support/AresChannel.h"
+#include "support/Dnsmasq.h"
+
+namespace {
+
+constexpr int kInFlight = 16;
+const char* const kName = "a.test";
+
+// One dnsmasq for every DNS benchmark of the run, stopped at exit.
+const std::string& serverAddress() {
+    static std::unique_ptr<corvane_test::Dnsmasq> s_pServer = [] {
+        auto pServer = std::make_unique<corvane_test::Dnsmasq>("127.53.200.1");
+        pServer->hostRecord(kName, {"10.0.0.1"}).localTtl(60);
+        std::string error;
+        if (!pServer->start(&error)) {
+            std::fprintf(stderr, "%s\n", error.c_str());
+            std::exit(1);
+        }
+        return pServer;
+    }();
+    return s_pServer->address();
+}
+
+// Runs one round of the c-ares event loop: waits for the channel's sockets or
+// its next time-out, then processes what is ready.
+void processOnce(ares_channel in_channel) {
+    ares_socket_t sockets[ARES_GETSOCK_MAXNUM];
+    pollfd fds[ARES_GETSOCK_MAXNUM];
+    const int bits = ares_getsock(in_channel, sockets, ARES_GETSOCK_MAXNUM);
+    nfds_t count = 0;
+    for (int i = 0; i < ARES_GETSOCK_MAXNUM; ++i) {
+        short events = 0;
+        if (ARES_GETSOCK_READABLE(bits, i)) events |= POLLIN;
+        if (ARES_GETSOCK_WRITABLE(bits, i)) events |= POLLOUT;
+        if (events != 0) fds[count++] = pollfd{sockets[i], events, 0};
+    }
+    timeval maxWait{1, 0};
+    timeval wait;
+    const timeval* pWait = ares_timeout(in_channel, &maxWait, &wait);
+    poll(fds, count, static_cast<int>(pWait->tv_sec * 1000 + (pWait->tv_usec + 999) / 1000));
+    bool bReady = false;
+    for (nfds_t i = 0; i < count; ++i) {
+        if (fds[i].revents == 0) continue;
+        bReady = true;
+        ares_process_fd(in_channel, (fds[i].revents & ~POLLOUT) ? fds[i].fd : ARES_SOCKET_BAD,
+                        (fds[i].revents & POLLOUT) ? fds[i].fd : ARES_SOCKET_BAD);
+    }
+    if (!bReady) ares_process_fd(in_channel, ARES_SOCKET_BAD, ARES_SOCKET_BAD);
+}
+
+struct BareLoop {
+    ares_channel channel;
+    long completed = 0;  // answered queries
+    long failed = 0;     // queries that did not succeed
+    int inFlight = 0;    // queries sent and not answered
+    bool bRefill = true; // each answer sends the next query
+
+    static void callback(void* in_pArg, int in_iStatus, int, unsigned char*, int) {
+        BareLoop* pLoop = static_cast<BareLoop*>(in_pArg);
+        --pLoop->inFlight;
+        ++pLoop->completed;
+        if (in_iStatus != ARES_SUCCESS) ++pLoop->failed;
+        if (pLoop->bRefill) pLoop->send();
+    }
+    void send() {
+        ++inFlight;
+        ares_search(channel, kName, 1, 1, &BareLoop::callback, this);
+    }
+};
+
+void BM_DnsQueryCAres(benchmark::State& state) {
+    corvane_test::AresChannel channel(serverAddress(), 2000, 2);
+    BareLoop loop{channel.get()};
+    for (int i = 0; i < kInFlight; ++i) loop.send();
+    for (auto _ : state) {
+        const long before = loop.completed;
+        while (loop.completed == before) processOnce(loop.channel);
+    }
+    const long completed = loop.completed;
+    loop.bRefill = false;
+    for (int i = 0; i < 1000 && loop.inFlight > 0; ++i) processOnce(loop.channel);
+    state.SetItemsProcessed(completed);
+    if (loop.failed > 0) state.SkipWithError("some queries failed");
+}
+BENCHMARK(BM_DnsQueryCAres)->Name("DnsQuery/c-ares")->UseRealTime();
+
+struct Window {
+    std::mutex mutex;
+    std::condition_variable changed;
+    int inFlight = 0;  // searches whose callback has not come
+    long failed = 0;   // callbacks without success
+
+    static void callback(void* in_pArg, int in_iStatus, int, unsigned char*, int) {
+        Window* pWindow = static_cast<Window*>(in_pArg);
+        {
+            std::lock_guard<std::mutex> guard(pWindow->mutex);
+            --pWindow->inFlight;
+            if (in_iStatus != ARES_SUCCESS) ++pWindow->failed;
+        }
+        pWindow->changed.notify_one();
+    }
+};
+
+void BM_DnsQueryReactor(benchmark::State& state) {
+    corvane_test::AresChannel channel(serverAddress(), 2000, 2);
+    Tarvik::AresReactorTask& task = Tarvik::AresReactorTask::getInstance();
+    if (!task.setChannel(channel.get()) || !task.start()) {
+        state.SkipWithError("the task did not start");
+        return;
+    }
+    Window window;
+    for (auto _ : state) {
+        {
+            std::unique_lock<std::mutex> lock(window.mutex);
+            window.changed.wait(lock, [&] { return window.inFlight < kInFlight; });
+            ++window.inFlight;
+        }
+        task.search(kName, 1, 1, &Window::callback, &window);
+    }
+    {
+        std::unique_lock<std::mutex> lock(window.mutex);
+        window.changed.wait(lock, [&] { return window.inFlight == 0; });
+    }
+    task.stop();
+    task.waitUntilDone();
+    task.setChannel(nullptr);
+    state.SetItemsProcessed(state.iterations());
+    if (window.failed > 0) state.SkipWithError("some queries failed");
+}
+BENCHMARK(BM_DnsQueryReactor)->Name("DnsQuery/reactor")->UseRealTime();
+
+}  // namespace

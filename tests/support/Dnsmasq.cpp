@@ -1,0 +1,173 @@
+#include "support/Dnsmasq.h"
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "support/DnsResponder.h"
+
+extern char** environ;
+
+namespace corvane_test {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+const char* dnsmasqPath() {
+    static const char* const s_candidates[] = {"/usr/sbin/dnsmasq", "/usr/bin/dnsmasq", "/sbin/dnsmasq"};
+    for (const char* path : s_candidates) {
+        if (access(path, X_OK) == 0) return path;
+    }
+    return "dnsmasq";  // left to PATH
+}
+
+// Waits for the child to end, at most in_limit; true once reaped.
+bool reap(pid_t in_pid, std::chrono::milliseconds in_limit) {
+    const Clock::time_point deadline = Clock::now() + in_limit;
+    for (;;) {
+        const pid_t done = waitpid(in_pid, nullptr, WNOHANG);
+        if (done == in_pid || (done < 0 && errno == ECHILD)) return true;
+        if (Clock::now() >= deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+}  // namespace
+
+Dnsmasq::Dnsmasq(std::string in_address) : m_strAddress(std::move(in_address)) {}
+
+Dnsmasq::~Dnsmasq() { stop(); }
+
+Dnsmasq& Dnsmasq::hostRecord(const std::string& in_name, const std::vector<std::string>& in_addresses, int in_ttl) {
+    // A host record carries one IPv4 address; several records of one name add up.
+    for (const std::string& address : in_addresses) {
+        m_options.push_back("--host-record=" + in_name + "," + address +
+                            (in_ttl >= 0 ? "," + std::to_string(in_ttl) : std::string()));
+    }
+    return *this;
+}
+
+Dnsmasq& Dnsmasq::cname(const std::string& in_alias, const std::string& in_target, int in_ttl) {
+    m_options.push_back("--cname=" + in_alias + "," + in_target +
+                        (in_ttl >= 0 ? "," + std::to_string(in_ttl) : std::string()));
+    return *this;
+}
+
+Dnsmasq& Dnsmasq::localTtl(int in_seconds) { return option("--local-ttl=" + std::to_string(in_seconds)); }
+
+Dnsmasq& Dnsmasq::option(const std::string& in_option) {
+    m_options.push_back(in_option);
+    return *this;
+}
+
+bool Dnsmasq::start(std::string* out_error) {
+    auto fail = [&](const std::string& what) {
+        if (out_error) *out_error = "dnsmasq on " + m_strAddress + " : " + what;
+        return false;
+    };
+    if (m_pid > 0) return fail("already started");
+    char logPath[] = "/tmp/corvane-dnsmasq-XXXXXX";
+    const int logFd = mkstemp(logPath);
+    if (logFd < 0) return fail(std::string("mkstemp : ") + std::strerror(errno));
+    m_strLogPath = logPath;
+
+    std::vector<std::string> args = {"dnsmasq", "-k", "-C", "/dev/null", "--no-resolv", "--no-hosts",
+                                     "--bind-interfaces", "--listen-address=" + m_strAddress, "--port=53",
+                                     "--user=root", "--pid-file=", "--local=/test/", "--log-facility=-"};
+    args.insert(args.end(), m_options.begin(), m_options.end());
+    std::vector<char*> argv;
+    for (std::string& arg : args) argv.push_back(&arg[0]);
+    argv.push_back(nullptr);
+
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, logFd, 1);
+    posix_spawn_file_actions_adddup2(&actions, logFd, 2);
+    posix_spawn_file_actions_addclose(&actions, logFd);
+    pid_t pid = -1;
+    const int rc = posix_spawn(&pid, dnsmasqPath(), &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(logFd);
+    if (rc != 0) return fail(std::string("posix_spawn : ") + std::strerror(rc));
+    m_pid = pid;
+
+    const Clock::time_point deadline = Clock::now() + std::chrono::seconds(2);
+    while (Clock::now() < deadline) {
+        if (waitpid(m_pid, nullptr, WNOHANG) == m_pid) {
+            m_pid = -1;
+            return fail("exited : " + logText());
+        }
+        if (answers()) return true;
+    }
+    const std::string text = logText();
+    stop();
+    return fail("no answer within 2 s : " + text);
+}
+
+void Dnsmasq::stop() {
+    if (m_pid > 0) {
+        kill(m_pid, SIGTERM);
+        if (!reap(m_pid, std::chrono::seconds(2))) {
+            kill(m_pid, SIGKILL);
+            reap(m_pid, std::chrono::seconds(2));
+        }
+        m_pid = -1;
+    }
+    if (!m_strLogPath.empty()) {
+        unlink(m_strLogPath.c_str());
+        m_strLogPath.clear();
+    }
+}
+
+bool Dnsmasq::answers() const {
+    // One query of a name under "test" (answered, NXDOMAIN at worst), waiting at most 20 ms.
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) return false;
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(53);
+    inet_pton(AF_INET, m_strAddress.c_str(), &addr.sin_addr);
+    const uint16_t id = 0x5eed;
+    const dns::Bytes query = dns::cat({dns::header(id, 0x0100 /* RD */, 1, 0), dns::question("ready.test")});
+    bool bAnswered = false;
+    if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 &&
+        send(fd, query.data(), query.size(), 0) == static_cast<ssize_t>(query.size())) {
+        pollfd pfd{fd, POLLIN, 0};
+        uint8_t reply[512];
+        if (poll(&pfd, 1, 20) == 1) {
+            const ssize_t len = recv(fd, reply, sizeof reply, 0);
+            bAnswered = len >= 12 && reply[0] == (id >> 8) && reply[1] == (id & 0xff);
+        }
+    }
+    close(fd);
+    // Refused at once while nothing is bound yet: don't spin.
+    if (!bAnswered) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    return bAnswered;
+}
+
+std::string Dnsmasq::logText() const {
+    std::ifstream in(m_strLogPath);
+    std::ostringstream text;
+    text << in.rdbuf();
+    std::string out = text.str();
+    while (!out.empty() && (out.back() == '\n' || out.back() == ' ')) out.pop_back();
+    return out;
+}
+
+}  // namespace corvane_test

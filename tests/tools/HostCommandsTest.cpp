@@ -1,0 +1,163 @@
+// corvane-net host, route and port, run as a script runs them, and checked
+// against the system's own tools.
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/RunTool.h"
+#include "support/Subprocess.h"
+
+using corvane_test::runSubprocess;
+using corvane_test::runTool;
+using corvane_test::SubprocessResult;
+using corvane_test::ToolRun;
+
+namespace {
+
+// The first line of a text, without its end of line.
+std::string firstLine(const std::string& in_text) { return in_text.substr(0, in_text.find('\n')); }
+
+// The texts of a JSON array of strings (no escapes in these texts).
+std::vector<std::string> stringArray(const std::string& in_json) {
+    std::vector<std::string> out;
+    const std::regex item("\"([^\"]*)\"");
+    for (auto it = std::sregex_iterator(in_json.begin(), in_json.end(), item); it != std::sregex_iterator(); ++it) {
+        out.push_back((*it)[1]);
+    }
+    return out;
+}
+
+// The raw JSON value of a key of a one-line object whose values hold no ", \"".
+std::string jsonValue(const std::string& in_line, const std::string& in_key) {
+    const std::string marker = "\"" + in_key + "\": ";
+    const size_t start = in_line.find(marker);
+    if (start == std::string::npos) return "<missing>";
+    const size_t from = start + marker.size();
+    size_t end = in_line[from] == '[' ? in_line.find(']', from) + 1 : in_line.find_first_of(",}", from);
+    if (in_line[from] == '"') end = in_line.find('"', from + 1) + 1;
+    return in_line.substr(from, end - from);
+}
+
+std::string jsonText(const std::string& in_text) { return "\"" + in_text + "\""; }
+
+TEST(HostCommand, AgreesWithHostnameAndTheInterfaceList) {
+    const SubprocessResult hostname = runSubprocess({"hostname"});
+    const SubprocessResult ip = runSubprocess({"ip", "-4", "-o", "addr", "show", "up"});
+    if (hostname.exitStatus != 0 || ip.exitStatus != 0) GTEST_SKIP() << "needs hostname and ip (iproute2)";
+    std::vector<std::string> addresses;
+    const std::regex inet(" inet ([0-9.]+)/");
+    for (auto it = std::sregex_iterator(ip.output.begin(), ip.output.end(), inet); it != std::sregex_iterator();
+         ++it) {
+        addresses.push_back((*it)[1]);
+    }
+
+    const ToolRun host = runTool({"--json", "host"});
+    ASSERT_EQ(host.lines.size(), 1u) << host.out << host.err;
+    const std::string& line = host.lines[0];
+    EXPECT_EQ(jsonValue(line, "hostname"), jsonText(firstLine(hostname.output))) << line;
+    EXPECT_EQ(stringArray(jsonValue(line, "addresses")), addresses) << line;
+
+    std::vector<std::string> noLoopback = addresses;
+    for (auto it = noLoopback.begin(); it != noLoopback.end(); ++it) {
+        if (*it == "127.0.0.1") {
+            noLoopback.erase(it);
+            break;
+        }
+    }
+    EXPECT_EQ(stringArray(jsonValue(line, "noLoopback")), noLoopback) << line;
+
+    std::string primary = "null";
+    if (addresses.size() == 1) primary = jsonText(addresses[0]);
+    if (addresses.size() == 2 && addresses[0] == "127.0.0.1") primary = jsonText(addresses[1]);
+    if (addresses.size() == 2 && addresses[1] == "127.0.0.1") primary = jsonText(addresses[0]);
+    EXPECT_EQ(jsonValue(line, "primary"), primary) << line;
+    EXPECT_EQ(host.status, primary == "null" ? 1 : 0) << host.err;
+}
+
+TEST(HostCommand, ConfiguredPrimaryAddressIsShown) {
+    const ToolRun host = runTool({"--set", "corvane.net.primaryIPAddress=192.0.2.77", "--json", "host"});
+    EXPECT_EQ(jsonValue(firstLine(host.out), "primary"), "\"192.0.2.77\"") << host.out;
+}
+
+// The bad destination fails in libdnet's parser before any name lookup.
+TEST(RouteCommand, LoopbackDestinationAndABadOne) {
+    const ToolRun route = runTool({"--json", "route", "127.0.0.1", "10.0.0.1/x"});
+    EXPECT_EQ(route.status, 1) << route.err;
+    ASSERT_EQ(route.lines.size(), 2u) << route.out;
+    const std::string& line = route.lines[0];
+    EXPECT_EQ(line.rfind("{\"destination\": \"127.0.0.1\", \"ok\": true, \"address\": \"127.0.0.1\", "
+                         "\"text\": \"lo: flags=0x3<UP,LOOPBACK> mtu 65536\\n\\tinet 127.0.0.1/8\\n",
+                         0),
+              0u)
+        << line;
+    EXPECT_EQ(route.lines[1], "{\"destination\": \"10.0.0.1/x\", \"ok\": false, \"address\": null, \"text\": null}");
+    EXPECT_NE(route.err.find("ERROR corvane.net.Interface - Interface::getForDestination : addr_pton failed on "
+                             "10.0.0.1/x"),
+              std::string::npos)
+        << route.err;
+}
+
+// Holds UDP ports until it goes.
+class HeldPorts {
+public:
+    ~HeldPorts() {
+        for (int fd : m_fds) ::close(fd);
+    }
+    bool hold(int in_iPort) {
+        const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<uint16_t>(in_iPort));
+        if (fd < 0 || ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+            if (fd >= 0) ::close(fd);
+            return false;
+        }
+        m_fds.push_back(fd);
+        return true;
+    }
+
+private:
+    std::vector<int> m_fds;  // the holding sockets
+};
+
+TEST(PortCommand, BindsTheFirstFreePortAndTellsAFailure) {
+    // Ports that depend on the process, away from the net tests' blocks.
+    const int base = 40000 + static_cast<int>(getpid() % 500) * 8;
+    HeldPorts held;
+    if (!held.hold(base) || !held.hold(base + 1) || !held.hold(base + 3)) GTEST_SKIP() << "ports in use";
+
+    const ToolRun found =
+        runTool({"--json", "port", std::to_string(base), std::to_string(base + 3), std::to_string(base)});
+    EXPECT_EQ(found.status, 0) << found.err;
+    EXPECT_EQ(found.out, "{\"ok\": true, \"port\": " + std::to_string(base + 2) + "}\n");
+
+    const ToolRun none =
+        runTool({"--json", "port", std::to_string(base), std::to_string(base + 1), std::to_string(base)});
+    EXPECT_EQ(none.status, 1) << none.err;
+    EXPECT_EQ(none.out, "{\"ok\": false, \"port\": null}\n");
+
+    const ToolRun reversed = runTool({"--json", "port", "5010", "5000", "5005"});
+    EXPECT_EQ(reversed.status, 1) << reversed.err;
+    EXPECT_EQ(reversed.out, "{\"ok\": false, \"port\": null}\n");
+    EXPECT_EQ(reversed.err, "ERROR corvane.media.vocal - ASSERTION FAILED: in_iMinPort <= in_iMaxPort\n");
+}
+
+TEST(PortCommand, UsageErrors) {
+    const std::vector<std::vector<std::string>> rows = {
+        {"port"}, {"port", "1", "2"}, {"port", "1", "2", "x"}, {"port", "-1", "2", "1"}, {"port", "1", "70000", "1"},
+    };
+    for (const auto& args : rows) {
+        const ToolRun result = runTool(args);
+        EXPECT_EQ(result.status, 2) << result.err;
+        EXPECT_EQ(result.out, "");
+    }
+}
+
+}  // namespace

@@ -1,0 +1,47 @@
+// corvane-net route: the local interface towards each destination.
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "Command.h"
+#include "net/NetInterface.h"
+
+namespace corvane {
+namespace {
+
+int runRoute(const std::vector<std::string>& in_args, CommandContext& io_ctx) {
+    const std::vector<std::string> destinations = expandItems(in_args);
+    if (destinations.empty()) throw UsageError("route needs at least one DEST");
+    int status = 0;
+    for (const std::string& destination : destinations) {
+        Tarvik::Net::Interface intf;
+        const bool bOk = intf.getForDestination(destination.c_str());
+        Json item = Json::object();
+        item.set("destination", destination);
+        item.set("ok", bOk);
+        if (bOk) {
+            std::string address;
+            intf.getIPAdress(address);
+            std::ostringstream text;
+            intf.write(text);
+            item.set("address", address);
+            item.set("text", text.str());
+        } else {
+            item.set("address", Json());
+            item.set("text", Json());
+            status = 1;
+        }
+        io_ctx.emit(item);
+    }
+    return status;
+}
+
+const CommandRegistrar s_registrar(
+    {"route", 51, "route DEST...",
+     "Finds the local interface through which each destination address is reached\n"
+     "(Interface::getForDestination) and shows its address (getIPAdress) and its\n"
+     "description (write). DEST - reads one destination a line from standard input.",
+     runRoute});
+
+}  // namespace
+}  // namespace corvane

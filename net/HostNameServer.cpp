@@ -133,12 +133,13 @@ bool HostNameServer::getHostByName(const char* in_szHostname, Hostent& out_hoste
 
 bool HostNameServer::waitForResult(AddTimeoutToBlockingOpTask::Work<GHBNResult>* in_pWork, Hostent& out_hostent,
                                    Hostent::GetHostByNameStatus& out_status, const ACE_Time_Value& in_timeout) {
-    GHBNResult result;
-    switch (doWork<GHBNResult>(in_pWork, result, in_timeout)) {
-        case DOWORK_RESULT:
-            if (&out_hostent != &result.m_hostent) out_hostent = result.m_hostent;
-            out_status = result.m_status;
-            break;
+    // The record is copied once, from the shared result straight into the caller's.
+    const auto take = [&out_hostent, &out_status](const GHBNResult& in_result) {
+        if (&out_hostent != &in_result.m_hostent) out_hostent = in_result.m_hostent;
+        out_status = in_result.m_status;
+    };
+    switch (doWorkAndTake<GHBNResult>(in_pWork, take, in_timeout)) {
+        case DOWORK_RESULT: break;
         case DOWORK_TIMEOUT: out_status = Hostent::GHBN_TIMEOUT; break;
         default: out_status = Hostent::GHBN_OTHER_ERROR; break;  // no result, or the work could not run
     }
@@ -147,12 +148,15 @@ bool HostNameServer::waitForResult(AddTimeoutToBlockingOpTask::Work<GHBNResult>*
 
 bool HostNameServer::GHBNFutureCallback::onGhbnResult(const char*, const Hostent& in_hostent,
                                                      Hostent::GetHostByNameStatus in_status, ACE_Time_Value in_ttl) {
-    GHBNResult result;
-    result.m_hostent = in_hostent;
-    result.m_status = in_status;
-    result.m_ttl = in_ttl;
-    result.m_bSet = true;
-    m_producer.deliver(result, true);
+    // Built in place in the shared result: the record is copied once.
+    m_producer.deliverWith(
+        [&](GHBNResult& io_result) {
+            io_result.m_hostent = in_hostent;
+            io_result.m_status = in_status;
+            io_result.m_ttl = in_ttl;
+            io_result.m_bSet = true;
+        },
+        true);
     return true;
 }
 

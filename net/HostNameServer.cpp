@@ -4,24 +4,26 @@
 
 #include <pthread.h>
 
+#include "net/HostNameServerLog.h"
 #include "net/HostNameServerWork.h"
 #include "platform/Assertion.h"
 #include "platform/Logger.h"
 
 namespace Tarvik {
 
-namespace {
-
-Logger& serverLogger() {
+Logger& hostNameServerLogger() {
     static Logger& s_logger = getLogger("corvane.net.HostNameServer");
     return s_logger;
 }
 
-// Milliseconds of a time value as the logs show them (no overflow for max_time).
-long long toMilliseconds(const ACE_Time_Value& in_tv) {
+long long toLogMilliseconds(const ACE_Time_Value& in_tv) {
     return static_cast<long long>(static_cast<unsigned long long>(in_tv.sec()) * 1000ULL +
                                   static_cast<unsigned long long>(in_tv.usec() / 1000));
 }
+
+namespace {
+
+Logger& serverLogger() { return hostNameServerLogger(); }
 
 const char* const kNumThreadParamName = "corvane.net.HostNameServer.numThread";
 
@@ -121,33 +123,40 @@ bool HostNameServer::getHostByName(const char* in_szHostname, Hostent& out_hoste
     CORVANE_TRACE_SCOPE(serverLogger(), "HostNameServer::getHostByName");
     const char* szHostname = in_szHostname ? in_szHostname : "";
     CORVANE_DEBUG(serverLogger(), traceScope.getName() << " : " << "HostNameServer::getHostByName hostname="
-                                      << szHostname << " timeout=" << toMilliseconds(in_timeout) << "ms");
+                                      << szHostname << " timeout=" << toLogMilliseconds(in_timeout) << "ms");
     bool bUsable = false;
     if (in_bUseCache && getHostentInCache(szHostname, out_hostent, out_status, bUsable)) return bUsable;
 
-    GHBNResult result;
-    GetHostByNameWork* pWork = new GetHostByNameWork(*this, szHostname, nullptr, in_bUseCache);
-    switch (doWork<GHBNResult>(pWork, result, in_timeout)) {
-        case DOWORK_RESULT:
-            if (&out_hostent != &result.m_hostent) out_hostent = result.m_hostent;
-            out_status = result.m_status;
-            break;
-        case DOWORK_NO_RESULT: out_status = Hostent::GHBN_OTHER_ERROR; break;
+    return waitForResult(new GetHostByNameWork(*this, szHostname, nullptr, in_bUseCache), out_hostent, out_status,
+                         in_timeout);
+}
+
+bool HostNameServer::waitForResult(AddTimeoutToBlockingOpTask::Work<GHBNResult>* in_pWork, Hostent& out_hostent,
+                                   Hostent::GetHostByNameStatus& out_status, const ACE_Time_Value& in_timeout) {
+    // The record is copied once, from the shared result straight into the caller's.
+    const auto take = [&out_hostent, &out_status](const GHBNResult& in_result) {
+        if (&out_hostent != &in_result.m_hostent) out_hostent = in_result.m_hostent;
+        out_status = in_result.m_status;
+    };
+    switch (doWorkAndTake<GHBNResult>(in_pWork, take, in_timeout)) {
+        case DOWORK_RESULT: break;
         case DOWORK_TIMEOUT: out_status = Hostent::GHBN_TIMEOUT; break;
-        case DOWORK_FAILED: out_status = Hostent::GHBN_OTHER_ERROR; break;
-        default: out_status = Hostent::GHBN_OTHER_ERROR; return false;
+        default: out_status = Hostent::GHBN_OTHER_ERROR; break;  // no result, or the work could not run
     }
     return out_hostent.isValid() && out_status == Hostent::GHBN_SUCCESS;
 }
 
 bool HostNameServer::GHBNFutureCallback::onGhbnResult(const char*, const Hostent& in_hostent,
                                                      Hostent::GetHostByNameStatus in_status, ACE_Time_Value in_ttl) {
-    GHBNResult result;
-    result.m_hostent = in_hostent;
-    result.m_status = in_status;
-    result.m_ttl = in_ttl;
-    result.m_bSet = true;
-    m_producer.deliver(result, true);
+    // Built in place in the shared result: the record is copied once.
+    m_producer.deliverWith(
+        [&](GHBNResult& io_result) {
+            io_result.m_hostent = in_hostent;
+            io_result.m_status = in_status;
+            io_result.m_ttl = in_ttl;
+            io_result.m_bSet = true;
+        },
+        true);
     return true;
 }
 

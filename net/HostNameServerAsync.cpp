@@ -3,6 +3,7 @@
 #include <ace/Guard_T.h>
 
 #include "net/AsynchGHBN.h"
+#include "net/HostNameServerLog.h"
 #include "net/HostNameServerWork.h"
 #include "platform/Assertion.h"
 #include "platform/Logger.h"
@@ -11,15 +12,7 @@ namespace Tarvik {
 
 namespace {
 
-Logger& asyncLogger() {
-    static Logger& s_logger = getLogger("corvane.net.HostNameServer");
-    return s_logger;
-}
-
-long long toMilliseconds(const ACE_Time_Value& in_tv) {
-    return static_cast<long long>(static_cast<unsigned long long>(in_tv.sec()) * 1000ULL +
-                                  static_cast<unsigned long long>(in_tv.usec() / 1000));
-}
+Logger& asyncLogger() { return hostNameServerLogger(); }
 
 }  // namespace
 
@@ -28,7 +21,7 @@ bool HostNameServer::getHostByName(const char* in_szHostname, GetHostByNameCallb
     if (!CORVANE_ASSERT(asyncLogger(), in_pNewCallback != 0)) return false;
     const char* szHostname = in_szHostname ? in_szHostname : "";
     CORVANE_DEBUG(asyncLogger(), "HostNameServer::getHostByName" << " : " << "hostname=" << szHostname
-                                     << " timeout=" << toMilliseconds(in_timeout) << "ms");
+                                     << " timeout=" << toLogMilliseconds(in_timeout) << "ms");
     if (in_bUseCache) {
         Hostent cached;
         Hostent::GetHostByNameStatus status = Hostent::GHBN_SUCCESS;

@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "net/HostNameServer.h"
+#include "net/HostNameServerLog.h"
 #include "platform/Assertion.h"
 #include "platform/Logger.h"
 
@@ -15,10 +16,7 @@ namespace Tarvik {
 
 namespace {
 
-Logger& cacheLogger() {
-    static Logger& s_logger = getLogger("corvane.net.HostNameServer");
-    return s_logger;
-}
+Logger& cacheLogger() { return hostNameServerLogger(); }
 
 // Milliseconds as the cache's logs print them: signed 32 bits, truncated.
 int32_t ttlMilliseconds(const ACE_Time_Value& in_tv) {

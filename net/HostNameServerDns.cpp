@@ -11,6 +11,7 @@
 
 #include "net/DNS.h"
 #include "net/HostNameServer.h"
+#include "net/HostNameServerLog.h"
 #include "net/HostNameServerWork.h"
 #include "net/ResolverConfig.h"
 #include "platform/Ares.h"
@@ -23,19 +24,11 @@ namespace Tarvik {
 
 namespace {
 
-Logger& dnsLogger() {
-    static Logger& s_logger = getLogger("corvane.net.HostNameServer");
-    return s_logger;
-}
+Logger& dnsLogger() { return hostNameServerLogger(); }
 
 const char* const kDnsServersParamName = "corvane.net.HostNameServer.DNSServerIPAddrList";
 const int kDnsHeaderSize = 12;  // HFIXEDSZ
 const int kRecordFixedSize = 10;  // RRFIXEDSZ
-
-long long toMilliseconds(const ACE_Time_Value& in_tv) {
-    return static_cast<long long>(static_cast<unsigned long long>(in_tv.sec()) * 1000ULL +
-                                  static_cast<unsigned long long>(in_tv.usec() / 1000));
-}
 
 unsigned readShort(const unsigned char* p) { return (static_cast<unsigned>(p[0]) << 8) | p[1]; }
 
@@ -207,7 +200,7 @@ bool HostNameServer::getDNSARecords(const char* in_szHostname, Hostent& out_host
                                     bool in_bUseCache) {
     const char* szHostname = in_szHostname ? in_szHostname : "";
     CORVANE_DEBUG(dnsLogger(), "HostNameServer::getDNSARecords" << " : " << "hostname=" << szHostname
-                                   << " timeout=" << toMilliseconds(in_timeout) << "ms");
+                                   << " timeout=" << toLogMilliseconds(in_timeout) << "ms");
     bool bUsable = false;
     if (in_bUseCache && getHostentInCache(szHostname, out_hostent, out_status, bUsable)) return bUsable;
 
@@ -229,17 +222,8 @@ bool HostNameServer::getDNSARecords(const char* in_szHostname, Hostent& out_host
         return true;
     }
 
-    GHBNResult result;
-    switch (doWork<GHBNResult>(new DNSARecordWork(*this, szHostname, nullptr, in_bUseCache), result, in_timeout)) {
-        case DOWORK_RESULT:
-            if (&out_hostent != &result.m_hostent) out_hostent = result.m_hostent;
-            out_status = result.m_status;
-            break;
-        case DOWORK_NO_RESULT: out_status = Hostent::GHBN_OTHER_ERROR; break;
-        case DOWORK_TIMEOUT: out_status = Hostent::GHBN_TIMEOUT; break;
-        default: out_status = Hostent::GHBN_OTHER_ERROR; break;
-    }
-    return out_status == Hostent::GHBN_SUCCESS && out_hostent.isValid();
+    return waitForResult(new DNSARecordWork(*this, szHostname, nullptr, in_bUseCache), out_hostent, out_status,
+                         in_timeout);
 }
 
 bool HostNameServer::configureCAres(const TSHandle<ROConfiguration>& in_hConfig) {

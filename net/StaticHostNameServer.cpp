@@ -1,5 +1,7 @@
 #include "net/StaticHostNameServer.h"
 
+#include "net/HostNameServerLog.h"
+
 #include <ace/TSS_T.h>
 
 #include "platform/Assertion.h"
@@ -14,10 +16,7 @@ namespace Tarvik {
 
 namespace {
 
-Logger& serverLogger() {
-    static Logger& s_logger = getLogger("corvane.net.HostNameServer");
-    return s_logger;
-}
+Logger& serverLogger() { return hostNameServerLogger(); }
 
 struct SingletonSlot {
     StaticHostNameServer* pServer = nullptr;  // this thread's copy of the singleton's address

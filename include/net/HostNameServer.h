@@ -135,6 +135,11 @@ private:
                     Hostent::GetHostByNameStatus in_status, const ACE_Time_Value& in_expiry);  // lock held
     static ACE_Time_Value now();
 
+    // Runs a resolution work on the pool and waits for it; true exactly when
+    // the outcome is GHBN_SUCCESS with an address.
+    bool waitForResult(AddTimeoutToBlockingOpTask::Work<GHBNResult>* in_pWork, Hostent& out_hostent,
+                       Hostent::GetHostByNameStatus& out_status, const ACE_Time_Value& in_timeout);
+
     // DNS mode (dns.cpp).
     bool configureCAres(const TSHandle<ROConfiguration>& in_hConfig);
     // Test hook (HostNameServerPeer): hands answer bytes and a c-ares status to

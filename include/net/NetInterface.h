@@ -25,7 +25,7 @@ public:
     // 127.0.0.1, port 0.
     IPAddress();
     // The address in_uiIp (host byte order), port 0.
-    explicit IPAddress(unsigned int in_uiIp);
+    IPAddress(unsigned int in_uiIp);  // NOLINT: converts, as ACE_INET_Addr does
     IPAddress(const IPAddress& in_other);
     IPAddress& operator=(const IPAddress& in_other);
     virtual ~IPAddress();

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <utility>
 
 #include <ace/Condition_Thread_Mutex.h>
 #include <ace/Guard_T.h>
@@ -27,9 +28,15 @@ public:
 
     // Stores the result once (later deliveries are ignored) and wakes the waiter.
     void deliver(const R& in_result, bool in_bValid) {
+        deliverWith([&in_result](R& io_result) { io_result = in_result; }, in_bValid);
+    }
+    // The same, building the result in place with in_fill(R&), under the lock
+    // (so in_fill must not block): no intermediate copy of the result is made.
+    template <class Fill>
+    void deliverWith(Fill&& in_fill, bool in_bValid) {
         ACE_Guard<ACE_Thread_Mutex> guard(m_mutex);
         if (m_bDelivered) return;
-        m_result = in_result;
+        in_fill(m_result);
         m_bValid = in_bValid;
         m_bDelivered = true;
         m_cond.broadcast();
@@ -68,6 +75,10 @@ public:
     ~ResultProducer() { m_pShared->releaseProducer(); }
 
     void deliver(const R& in_result, bool in_bValid) const { m_pShared->deliver(in_result, in_bValid); }
+    template <class Fill>
+    void deliverWith(Fill&& in_fill, bool in_bValid) const {
+        m_pShared->deliverWith(std::forward<Fill>(in_fill), in_bValid);
+    }
     const CountedObjPtr<SharedResult<R>>& getShared() const { return m_pShared; }
 
 private:
@@ -83,6 +94,14 @@ public:
     // for a result marked not valid, 2 at the deadline, 3 when the wait failed.
     static int wait(SharedResult<R>& io_shared, const ACE_Time_Value* in_pDeadline, R& out_result,
                     const Logger& in_logger) {
+        return waitAndTake(io_shared, in_pDeadline, [&out_result](const R& in_result) { out_result = in_result; },
+                           in_logger);
+    }
+    // The same, handing a valid result to in_take(const R&) under the lock (so
+    // in_take must not block) instead of copying the whole result out.
+    template <class Take>
+    static int waitAndTake(SharedResult<R>& io_shared, const ACE_Time_Value* in_pDeadline, Take&& in_take,
+                           const Logger& in_logger) {
         ACE_Guard<ACE_Thread_Mutex> guard(io_shared.m_mutex);
         while (!io_shared.m_bDelivered) {
             if (io_shared.m_cond.wait(in_pDeadline) == -1) {
@@ -93,7 +112,7 @@ public:
             }
         }
         if (!io_shared.m_bValid) return 1;
-        out_result = io_shared.m_result;
+        in_take(static_cast<const R&>(io_shared.m_result));
         return 0;
     }
 };
@@ -130,13 +149,20 @@ public:
     // (ACE_Time_Value::max_time: no limit) for its result.
     template <class R>
     int doWork(Work<R>* in_pNewWork, R& out_result, const ACE_Time_Value& in_timeout) {
+        return doWorkAndTake<R>(in_pNewWork, [&out_result](const R& in_result) { out_result = in_result; },
+                                in_timeout);
+    }
+    // The same, handing a valid result to in_take(const R&) (run under the
+    // result's lock, so it must not block) rather than copying it whole.
+    template <class R, class Take>
+    int doWorkAndTake(Work<R>* in_pNewWork, Take&& in_take, const ACE_Time_Value& in_timeout) {
         if (!CORVANE_ASSERT(blockingOpLogger(), in_pNewWork != 0)) return DOWORK_FAILED;
         CountedObjPtr<SharedResult<R>> pShared = in_pNewWork->getProducer().getShared();
         const bool bNoLimit = in_timeout == ACE_Time_Value::max_time;
         const ACE_Time_Value deadline = bNoLimit ? ACE_Time_Value::zero : ACE_OS::gettimeofday() + in_timeout;
         if (!enqueue(in_pNewWork, "AddTimeoutToBlockingOpTask::doWork")) return DOWORK_FAILED;
-        return BlockingWait<R>::wait(*pShared, bNoLimit ? nullptr : &deadline, out_result,
-                                     blockingOpLogger());
+        return BlockingWait<R>::waitAndTake(*pShared, bNoLimit ? nullptr : &deadline, std::forward<Take>(in_take),
+                                            blockingOpLogger());
     }
 
 private:

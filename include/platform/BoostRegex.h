@@ -18,6 +18,8 @@ public:
     bool search(const std::string& in_strText, boost::smatch& out_result) const {
         return boost::regex_search(in_strText, out_result, m_regex);
     }
+    // The results point into the text: a temporary would leave them dangling.
+    bool search(std::string&& in_strText, boost::smatch& out_result) const = delete;
     const boost::regex& get() const { return m_regex; }
 
 private:

@@ -35,6 +35,7 @@ public:
     virtual bool enqueue(ACE_Method_Request* in_pRequest, const char* in_szLabel) = 0;
 
     Task::State getTaskState() const;
+    // RUNNING is refused while STOPPING: only the end of the run or a new start follows a stop.
     void setTaskState(Task::State in_state);
     const std::string& getTaskName() const { return m_strName; }
     void setTaskName(const std::string& in_strName) { m_strName = in_strName; }
@@ -70,7 +71,8 @@ public:
     bool waitUntilDone() override;
     bool enqueue(ACE_Method_Request* in_pRequest, const char* in_szLabel) override;
 
-    // True when the calling thread is one of this pool's.
+    // True when the calling thread is one of this task's: a pool thread, or a
+    // thread of a derived service (the timer thread).
     bool isPoolThread() const;
 
 protected:
@@ -81,6 +83,9 @@ protected:
     virtual bool startServices() { return true; }
     virtual void stopServices() {}
     virtual void joinServices() {}
+    // Called first by a derived service's own thread: it then counts as one of
+    // the task's threads, which may neither wait for nor restart the task.
+    void markServiceThread() const;
 
 private:
     void svc();
@@ -95,7 +100,7 @@ private:
     std::vector<std::thread> m_threads;          // threads of the current or last run, until joined
     std::mutex m_joinMutex;                      // serialises joins of m_threads
     std::recursive_mutex m_svcMutex;             // the service lock, held around the hooks
-    bool m_bEntered = false;                     // the entry hook ran in this run; under m_svcMutex
+    bool m_bEntered = false;                     // the entry hook ran in this run; under m_svcMutex once threads run
 };
 
 }  // namespace Tarvik

@@ -13,8 +13,10 @@ class MemAccount {
 public:
     explicit MemAccount(const char* in_szName) : m_strName(in_szName) {}
     const std::string& getName() const { return m_strName; }
-    long getLiveObjects() const { return m_objects.load(std::memory_order_relaxed); }
-    long getLiveBytes() const { return m_bytes.load(std::memory_order_relaxed); }
+    // A count read here sees everything a thread did before the free it counts
+    // (frees release, reads acquire), so a count of zero may be waited for.
+    long getLiveObjects() const { return m_objects.load(std::memory_order_acquire); }
+    long getLiveBytes() const { return m_bytes.load(std::memory_order_acquire); }
 
     // The account of a name, created on first use; accounts live for the process.
     static MemAccount& get(const char* in_szName);

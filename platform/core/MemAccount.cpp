@@ -67,8 +67,8 @@ void* StaticMemAllocator::allocate(MemAccount& in_account, std::size_t in_size) 
 void StaticMemAllocator::deallocate(void* in_p) noexcept {
     if (in_p == nullptr) return;
     BlockHeader* pHeader = headerOf(in_p);
-    pHeader->account->m_objects.fetch_sub(1, std::memory_order_relaxed);
-    pHeader->account->m_bytes.fetch_sub(static_cast<long>(pHeader->size), std::memory_order_relaxed);
+    pHeader->account->m_objects.fetch_sub(1, std::memory_order_release);
+    pHeader->account->m_bytes.fetch_sub(static_cast<long>(pHeader->size), std::memory_order_release);
     std::free(pHeader);
 }
 
@@ -86,14 +86,14 @@ void* NoSizeMemAllocator::reallocate(MemAccount& in_account, void* in_p, std::si
     BlockHeader* pHeader = static_cast<BlockHeader*>(pRaw);
     pHeader->size = in_size;
     pAccount->m_bytes.fetch_add(static_cast<long>(in_size) - static_cast<long>(oldSize),
-                                std::memory_order_relaxed);
+                                std::memory_order_release);
     return pHeader + 1;
 }
 
 void NoSizeMemAllocator::deallocate(void* in_p) noexcept {
     if (in_p == nullptr) return;
     BlockHeader* pHeader = headerOf(in_p);
-    pHeader->account->m_bytes.fetch_sub(static_cast<long>(pHeader->size), std::memory_order_relaxed);
+    pHeader->account->m_bytes.fetch_sub(static_cast<long>(pHeader->size), std::memory_order_release);
     std::free(pHeader);
 }
 

@@ -5,7 +5,7 @@
 namespace Tarvik {
 
 namespace {
-thread_local const StaticReactorTaskImpl* t_pPool = nullptr;  // pool of the calling thread
+thread_local const StaticReactorTaskImpl* t_pPool = nullptr;  // task the calling thread belongs to
 }
 
 ManageableTaskImplBase::ManageableTaskImplBase(const std::string& in_strName)
@@ -25,6 +25,8 @@ Task::State ManageableTaskImplBase::getTaskState() const {
 
 void ManageableTaskImplBase::setTaskState(Task::State in_state) {
     std::lock_guard<std::mutex> guard(m_stateMutex);
+    // An entry hook that finishes after a stop must not make the task look ready.
+    if (in_state == Task::RUNNING && m_state == Task::STOPPING_STATE) return;
     m_state = in_state;
 }
 
@@ -58,6 +60,8 @@ size_t StaticReactorTaskImpl::getNumThread() const {
 
 bool StaticReactorTaskImpl::isPoolThread() const { return t_pPool == this; }
 
+void StaticReactorTaskImpl::markServiceThread() const { t_pPool = this; }
+
 bool StaticReactorTaskImpl::start() {
     if (isPoolThread()) return false;
     {
@@ -72,10 +76,10 @@ bool StaticReactorTaskImpl::start() {
         m_bStopping = false;
         m_uiActive = m_uiNumThread;
     }
-    {
-        std::lock_guard<std::recursive_mutex> svcGuard(m_svcMutex);
-        m_bEntered = false;
-    }
+    // Every thread of an earlier run is past its entry (m_uiActive is 0, read
+    // under m_queueMutex) and none of this run exists yet, so no lock is needed;
+    // taking the service lock here would order it after whatever the caller holds.
+    m_bEntered = false;
     setTaskState(Task::STARTING_STATE);
     if (!startServices()) {
         std::lock_guard<std::mutex> guard(m_queueMutex);

@@ -86,6 +86,7 @@ size_t TaskWithTimersImpl::getNumPendingTimers() const {
 }
 
 void TaskWithTimersImpl::timerLoop() {
+    markServiceThread();
     std::unique_lock<std::mutex> lock(m_timerMutex);
     while (m_bTimersRunning) {
         if (m_timers.empty()) {
@@ -94,7 +95,10 @@ void TaskWithTimersImpl::timerLoop() {
         }
         auto first = m_timers.begin();
         if (first->first > Clock::now()) {
-            m_timerCond.wait_until(lock, first->first);
+            // A copy: the wait reads its deadline again on waking, when a
+            // cancel may have freed the entry.
+            const Clock::time_point wakeUp = first->first;
+            m_timerCond.wait_until(lock, wakeUp);
             continue;
         }
         Timer timer = first->second;

@@ -1,5 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
 #include "platform/Exception.h"
 #include "platform/GlobalConfig.h"
 #include "platform/ParameterInfoDB.h"
@@ -74,4 +79,53 @@ TEST(GlobalConfig, RefusesUnknownNamesAndIllTypedValuesNamingTheParameter) {
     long value = 0;
     EXPECT_TRUE(GlobalConfig::getInstance().getConfig()->getInteger("test.int", value));
     EXPECT_EQ(value, 3);
+}
+
+TEST(GlobalConfig, ClearingAValueBringsBackTheRegisteredDefault) {
+    ConfigReset reset;
+    registerOnce("test.int", PARAM_TYPE_INTEGER, "3");
+    std::string error;
+    ASSERT_TRUE(GlobalConfig::getInstance().setValue("test.int", "8", error)) << error;
+    long value = 0;
+    EXPECT_TRUE(GlobalConfig::getInstance().getConfig()->getInteger("test.int", value));
+    EXPECT_EQ(value, 8);
+    GlobalConfig::getInstance().clearValue("test.int");
+    EXPECT_TRUE(GlobalConfig::getInstance().getConfig()->getInteger("test.int", value));
+    EXPECT_EQ(value, 3);
+}
+
+TEST(GlobalConfig, ReadersKeepWholeSnapshotsWhileWritersChangeValues) {
+    ConfigReset reset;
+    registerOnce("test.int", PARAM_TYPE_INTEGER, "3");
+    registerOnce("test.bool", PARAM_TYPE_BOOLEAN, nullptr);
+    std::atomic<int> torn{0};
+    std::vector<std::thread> threads;
+    for (int w = 0; w < 2; ++w) {
+        threads.emplace_back([w] {
+            std::string error;
+            for (int i = 0; i < 500; ++i) {
+                GlobalConfig::getInstance().setValue("test.int", std::to_string(w * 1000 + i), error);
+                GlobalConfig::getInstance().setValue("test.bool", i % 2 ? "true" : "false", error);
+            }
+        });
+    }
+    for (int r = 0; r < 2; ++r) {
+        threads.emplace_back([&torn] {
+            for (int i = 0; i < 500; ++i) {
+                TSHandle<ROConfiguration> config = GlobalConfig::getInstance().getConfig();
+                long first = 0;
+                long second = 0;
+                // A held snapshot never changes under its reader.
+                if (!config->getInteger("test.int", first) || !config->getInteger("test.int", second) ||
+                    first != second) {
+                    ++torn;
+                }
+            }
+        });
+    }
+    for (std::thread& t : threads) t.join();
+    EXPECT_EQ(torn, 0);
+    long value = 0;
+    EXPECT_TRUE(GlobalConfig::getInstance().getConfig()->getInteger("test.int", value));
+    EXPECT_TRUE(value == 499 || value == 1499) << value;
 }

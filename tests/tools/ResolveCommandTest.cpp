@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "support/Dnsmasq.h"
 #include "support/RunTool.h"
 
 using corvane_test::runTool;
@@ -24,12 +25,18 @@ TEST(ResolveCommand, ResolvesLiteralsAndLocalhostAsJsonLines) {
 }
 
 TEST(ResolveCommand, FailureExitsOneAndSaysWhichItemFailed) {
-    const auto run = runTool({"--json", "--set", "corvane.net.HostNameServer.numThread=1", "resolve", "10.0.0.2",
-                              "no-such-host.invalid"});
-    EXPECT_EQ(run.status, 1);
+    // Names are asked of a DNS server of the test's own, never of the host's.
+    corvane_test::Dnsmasq dns("127.53.30.1");
+    dns.hostRecord("known.test", {"10.30.0.1"});
+    std::string error;
+    ASSERT_TRUE(dns.start(&error)) << error;
+    const auto run = runTool({"--json", "--set", "corvane.net.HostNameServer.DNSServerIPAddrList=127.53.30.1",
+                              "resolve", "known.test", "unknown.test"});
+    EXPECT_EQ(run.status, 1) << run.err;
     ASSERT_EQ(run.lines.size(), 2u);
-    EXPECT_TRUE(has(run.lines[0], "\"ok\": true"));
-    EXPECT_TRUE(has(run.lines[1], "\"name\": \"no-such-host.invalid\", \"ok\": false")) << run.lines[1];
+    EXPECT_TRUE(has(run.lines[0], "\"name\": \"known.test\", \"ok\": true")) << run.lines[0];
+    EXPECT_TRUE(has(run.lines[0], "\"addresses\": [\"10.30.0.1\"]")) << run.lines[0];
+    EXPECT_TRUE(has(run.lines[1], "\"name\": \"unknown.test\", \"ok\": false")) << run.lines[1];
     EXPECT_TRUE(has(run.lines[1], "\"primary\": null"));
 }
 

@@ -1,7 +1,9 @@
 // DNS A queries per second against a local dnsmasq, 16 in flight:
 // - DnsQuery/c-ares: a bare c-ares event loop on the benchmark's thread (the floor);
 // - DnsQuery/reactor: searches handed from the benchmark's thread to
-//   AresReactorTask, answers delivered on its loop thread.
+//   AresReactorTask, answers delivered on its loop thread;
+// - DnsQuery/corvane: synchronous HostNameServer::resolve in DNS mode from 16
+//   caller threads, cache off: caller -> resolver pool -> DNS task -> caller.
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -10,13 +12,19 @@
 #include <string>
 
 #include <poll.h>
+#include <unistd.h>
 
 #include <ares.h>
 #include <benchmark/benchmark.h>
 
+#include "net/HostNameServer.h"
+#include "net/Net.h"
+#include "net/ResolverConfig.h"
 #include "platform/AresReactorTask.h"
+#include "platform/GlobalConfig.h"
 #include "support/AresChannel.h"
 #include "support/Dnsmasq.h"
+#include "support/HostNameServerPeer.h"
 
 namespace {
 
@@ -145,5 +153,58 @@ void BM_DnsQueryReactor(benchmark::State& state) {
     if (window.failed > 0) state.SkipWithError("some queries failed");
 }
 BENCHMARK(BM_DnsQueryReactor)->Name("DnsQuery/reactor")->UseRealTime();
+
+// The library in DNS mode against the benchmark's dnsmasq; the primary domain
+// comes from a resolver configuration file of the benchmark's own.
+class DnsModeLibrary {
+public:
+    DnsModeLibrary() {
+        char path[] = "/tmp/corvane-bench-resolv-XXXXXX";
+        const int fd = mkstemp(path);
+        if (fd >= 0) {
+            const char text[] = "domain corvane.test\n";
+            m_bOk = write(fd, text, sizeof text - 1) == static_cast<ssize_t>(sizeof text - 1);
+            close(fd);
+            m_strPath = path;
+            Tarvik::Net::setResolverConfigPathForTest(m_strPath);
+        }
+        std::string error;
+        Tarvik::GlobalConfig& config = Tarvik::GlobalConfig::getInstance();
+        m_bOk = m_bOk && config.setValue("corvane.net.HostNameServer.DNSServerIPAddrList", serverAddress(), error) &&
+                config.setValue("corvane.net.HostNameServer.cacheSuccess", "false", error) &&
+                Tarvik::Net::initializeLibrary() && Tarvik::HostNameServer::getInstance().isDnsMode();
+    }
+    ~DnsModeLibrary() {
+        // Stopped, the resolver leaves DNS mode, so that the next run configures it afresh.
+        Tarvik::Net::forcedCloseLibrary();
+        Tarvik::HostNameServerPeer::leaveDnsMode(Tarvik::HostNameServer::getInstance());
+        Tarvik::GlobalConfig::getInstance().clear();
+        Tarvik::Net::setResolverConfigPathForTest("");
+        if (!m_strPath.empty()) unlink(m_strPath.c_str());
+    }
+    bool ok() const { return m_bOk; }
+
+private:
+    bool m_bOk = false;     // the library runs in DNS mode
+    std::string m_strPath;  // the resolver configuration file
+};
+
+void BM_DnsQueryCorvane(benchmark::State& state) {
+    static std::unique_ptr<DnsModeLibrary> s_pLibrary;
+    if (state.thread_index() == 0) s_pLibrary = std::make_unique<DnsModeLibrary>();
+    long failed = 0;
+    for (auto _ : state) {
+        Tarvik::Hostent hostent;
+        Tarvik::Hostent::GetHostByNameStatus status;
+        if (!Tarvik::HostNameServer::getInstance().resolve(kName, hostent, status, ACE_Time_Value(10), false)) ++failed;
+    }
+    state.SetItemsProcessed(state.iterations());
+    if (failed > 0) state.SkipWithError("some resolutions failed");
+    if (state.thread_index() == 0) {
+        if (!s_pLibrary->ok()) state.SkipWithError("the library did not start in DNS mode");
+        s_pLibrary.reset();
+    }
+}
+BENCHMARK(BM_DnsQueryCorvane)->Name("DnsQuery/corvane")->Threads(kInFlight)->UseRealTime();
 
 }  // namespace

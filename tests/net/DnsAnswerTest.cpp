@@ -5,12 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "net/HostNameServer.h"
-#include "net/Net.h"
-#include "support/AssertCapture.h"
-#include "support/DnsResponder.h"
-#include "support/HostNameServerPeer.h"
-#include "support/LibraryFixture.h"
+#include "DnsMode.h"
 #include "support/LogCapture.h"
 
 using Tarvik::Hostent;
@@ -20,8 +15,6 @@ namespace Net = Tarvik::Net;
 namespace dns = corvane_test::dns;
 
 namespace {
-
-const char* const kContainerAccount = "HostNameServer::DNSARecordWork:: CallbackContainer";
 
 // Everything one request's callback heard.
 struct Heard {
@@ -80,7 +73,7 @@ dns::Bytes answerCnameAA() {
                                         dns::a(dns::name("edge.a.test"), "10.0.0.3", 45)});
 }
 
-class DnsAnswer : public corvane_test::LibraryTest {};
+class DnsAnswer : public corvane_test::DnsModeTest {};
 
 }  // namespace
 
@@ -125,7 +118,7 @@ TEST_F(DnsAnswer, WellFormedAnswersGiveTheirAddressesInOrderAndTheLastRecordsTtl
         EXPECT_EQ(heard.addresses, row.addresses);
         EXPECT_EQ(heard.ttl, row.ttl);
     }
-    EXPECT_EQ(live(kContainerAccount), 0);
+    EXPECT_EQ(live(corvane_test::kDnsContainerAccount), 0);
 }
 
 TEST_F(DnsAnswer, StatusesOtherThanSuccessMapToTheirOutcome) {
@@ -161,7 +154,7 @@ TEST_F(DnsAnswer, StatusesOtherThanSuccessMapToTheirOutcome) {
             EXPECT_EQ(heard.ttl, ACE_Time_Value::zero);
         }
     }
-    EXPECT_EQ(live(kContainerAccount), 0);
+    EXPECT_EQ(live(corvane_test::kDnsContainerAccount), 0);
 }
 
 TEST_F(DnsAnswer, AnswerHeaderIsLoggedAndAShortOneExplained) {
@@ -269,7 +262,7 @@ TEST_F(DnsAnswer, EveryTruncationGivesExactlyOneFailure) {
         const Heard whole = deliver(row.name, ARES_SUCCESS, row.answer);
         EXPECT_EQ(whole.status, Hostent::GHBN_SUCCESS) << row.name;
     }
-    EXPECT_EQ(live(kContainerAccount), 0);
+    EXPECT_EQ(live(corvane_test::kDnsContainerAccount), 0);
 }
 
 TEST_F(DnsAnswer, CorruptedCountsAndLengthsFailWithoutReadingPastTheAnswer) {

@@ -18,6 +18,11 @@
 
 namespace corvane_test {
 
+// Memory accounts of a DNS-mode resolution.
+constexpr const char* kDnsWorkAccount = "HostNameServer::DNSARecordWork";
+constexpr const char* kDnsContainerAccount = "HostNameServer::DNSARecordWork:: CallbackContainer";
+constexpr const char* kDnsFutureAccount = "HostNameServer::DNSARecordWork:: FutureCallback";
+
 class DnsModeTest : public LibraryTest {
 protected:
     static constexpr const char* kServersParam = "corvane.net.HostNameServer.DNSServerIPAddrList";

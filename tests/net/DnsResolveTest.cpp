@@ -2,10 +2,6 @@
 // and against the scripted responder, each on a loopback address of its own.
 #include <arpa/inet.h>
 #include <ares.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -28,9 +24,9 @@ namespace dns = corvane_test::dns;
 
 namespace {
 
-const char* const kContainerAccount = "HostNameServer::DNSARecordWork:: CallbackContainer";
-const char* const kWorkAccount = "HostNameServer::DNSARecordWork";
-const char* const kFutureAccount = "HostNameServer::DNSARecordWork:: FutureCallback";
+using corvane_test::kDnsContainerAccount;
+using corvane_test::kDnsFutureAccount;
+using corvane_test::kDnsWorkAccount;
 const ACE_Time_Value kFiveSeconds(5);
 
 // The clock that decides cache expiry, moved by the tests.
@@ -62,30 +58,17 @@ Outcome resolve(const std::string& in_name, ACE_Time_Value in_timeout = kFiveSec
 
 // The addresses of a server's answer to a query of our own, in answer order.
 std::vector<std::string> askDirectly(const std::string& in_server, const std::string& in_name) {
-    std::vector<std::string> out;
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) return out;
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(53);
-    inet_pton(AF_INET, in_server.c_str(), &address.sin_addr);
     const dns::Bytes query = dns::cat({dns::header(0x6060, 0x0100 /* RD */, 1, 0), dns::question(in_name)});
-    unsigned char answer[512];
-    pollfd ready{fd, POLLIN, 0};
-    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-        send(fd, query.data(), query.size(), 0) == static_cast<ssize_t>(query.size()) && poll(&ready, 1, 2000) == 1) {
-        const ssize_t length = recv(fd, answer, sizeof answer, 0);
-        ares_addrttl records[16];
-        int count = 16;
-        if (length > 0 &&
-            ares_parse_a_reply(answer, static_cast<int>(length), nullptr, records, &count) == ARES_SUCCESS) {
-            for (int i = 0; i < count; ++i) {
-                char text[INET_ADDRSTRLEN];
-                out.push_back(inet_ntop(AF_INET, &records[i].ipaddr, text, sizeof text));
-            }
+    const dns::Bytes answer = dns::exchange(in_server, query, 2000);
+    std::vector<std::string> out;
+    ares_addrttl records[16];
+    int count = 16;
+    if (ares_parse_a_reply(answer.data(), static_cast<int>(answer.size()), nullptr, records, &count) == ARES_SUCCESS) {
+        for (int i = 0; i < count; ++i) {
+            char text[INET_ADDRSTRLEN];
+            out.push_back(inet_ntop(AF_INET, &records[i].ipaddr, text, sizeof text));
         }
     }
-    close(fd);
     return out;
 }
 
@@ -260,7 +243,7 @@ TEST_F(DnsResolve, AnswersCutInTheirRecordsFailOnce) {
         EXPECT_EQ(outcome.status, Hostent::GHBN_OTHER_ERROR);
         EXPECT_EQ(responder.queryCount(name), 1);
     }
-    EXPECT_TRUE(drained(kContainerAccount));
+    EXPECT_TRUE(drained(kDnsContainerAccount));
 }
 
 TEST_F(DnsResolve, SilentServerTimesOutAndALateAnswerIsStillCached) {
@@ -286,9 +269,9 @@ TEST_F(DnsResolve, SilentServerTimesOutAndALateAnswerIsStillCached) {
 
     // The silent query is still in flight: stopping cancels it, and nothing is left.
     EXPECT_TRUE(Net::forcedCloseLibrary());
-    EXPECT_TRUE(drained(kContainerAccount));
-    EXPECT_TRUE(drained(kWorkAccount));
-    EXPECT_TRUE(drained(kFutureAccount));
+    EXPECT_TRUE(drained(kDnsContainerAccount));
+    EXPECT_TRUE(drained(kDnsWorkAccount));
+    EXPECT_TRUE(drained(kDnsFutureAccount));
 }
 
 TEST_F(DnsResolve, ServerThatIsDownFailsOnceWithoutHanging) {
@@ -299,8 +282,8 @@ TEST_F(DnsResolve, ServerThatIsDownFailsOnceWithoutHanging) {
     EXPECT_TRUE(outcome.status == Hostent::GHBN_OTHER_ERROR || outcome.status == Hostent::GHBN_TIMEOUT)
         << Hostent::getGetHostByNameStatusString(outcome.status);
     EXPECT_TRUE(Net::forcedCloseLibrary());
-    EXPECT_TRUE(drained(kContainerAccount));
-    EXPECT_TRUE(drained(kFutureAccount));
+    EXPECT_TRUE(drained(kDnsContainerAccount));
+    EXPECT_TRUE(drained(kDnsFutureAccount));
 }
 
 TEST_F(DnsResolve, DottedLiteralIsAnsweredWithoutAQuery) {
@@ -348,9 +331,9 @@ TEST_F(DnsResolve, ManyCallersOnManyThreadsGetTheirOwnAnswers) {
     for (auto& caller : callers) caller.join();
     EXPECT_EQ(wrong.load(), 0);
     EXPECT_TRUE(Net::forcedCloseLibrary());
-    EXPECT_TRUE(drained(kContainerAccount));
-    EXPECT_TRUE(drained(kWorkAccount));
-    EXPECT_TRUE(drained(kFutureAccount));
+    EXPECT_TRUE(drained(kDnsContainerAccount));
+    EXPECT_TRUE(drained(kDnsWorkAccount));
+    EXPECT_TRUE(drained(kDnsFutureAccount));
 }
 
 TEST_F(DnsResolve, CloseWithQueriesInFlightWakesEveryCaller) {
@@ -374,8 +357,8 @@ TEST_F(DnsResolve, CloseWithQueriesInFlightWakesEveryCaller) {
         EXPECT_FALSE(outcome.ok);
         EXPECT_EQ(outcome.status, Hostent::GHBN_OTHER_ERROR) << "woken by the cancellation, not by its time-out";
     }
-    EXPECT_TRUE(drained(kContainerAccount));
-    EXPECT_TRUE(drained(kFutureAccount));
+    EXPECT_TRUE(drained(kDnsContainerAccount));
+    EXPECT_TRUE(drained(kDnsFutureAccount));
 }
 
 TEST_F(DnsResolve, DottedLiteralReplacesWhatTheOutputHeld) {
@@ -412,6 +395,6 @@ TEST_F(DnsResolve, NamesThatCannotBeAskedFailOnce) {
         EXPECT_EQ(status, Hostent::GHBN_OTHER_ERROR);
         EXPECT_FALSE(h.isValid());
     }
-    EXPECT_TRUE(drained(kContainerAccount));
-    EXPECT_TRUE(drained(kFutureAccount));
+    EXPECT_TRUE(drained(kDnsContainerAccount));
+    EXPECT_TRUE(drained(kDnsFutureAccount));
 }

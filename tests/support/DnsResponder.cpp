@@ -79,6 +79,27 @@ Bytes response(const std::string& in_qname, const std::vector<Bytes>& in_answers
     return out;
 }
 
+Bytes exchange(const std::string& in_server, const Bytes& in_query, int in_iTimeoutMs) {
+    Bytes reply;
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) return reply;
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(53);
+    inet_pton(AF_INET, in_server.c_str(), &addr.sin_addr);
+    if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 &&
+        send(fd, in_query.data(), in_query.size(), 0) == static_cast<ssize_t>(in_query.size())) {
+        pollfd pfd{fd, POLLIN, 0};
+        uint8_t buffer[65536];
+        if (poll(&pfd, 1, in_iTimeoutMs) == 1) {
+            const ssize_t len = recv(fd, buffer, sizeof buffer, 0);
+            if (len > 0) reply.assign(buffer, buffer + len);
+        }
+    }
+    close(fd);
+    return reply;
+}
+
 }  // namespace dns
 
 namespace {

@@ -66,6 +66,10 @@ Bytes cname(const Bytes& in_owner, const std::string& in_target, uint32_t in_ttl
 Bytes response(const std::string& in_qname, const std::vector<Bytes>& in_answers,
                uint16_t in_rcode = RCODE_NOERROR, uint16_t in_qtype = TYPE_A);
 
+// Sends one query datagram to a server (UDP port 53) and returns the first
+// reply's bytes, or nothing when none comes within in_iTimeoutMs.
+Bytes exchange(const std::string& in_server, const Bytes& in_query, int in_iTimeoutMs);
+
 }  // namespace dns
 
 class DnsResponder {

@@ -9,12 +9,8 @@
 #include <sstream>
 #include <thread>
 
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
-#include <poll.h>
 #include <spawn.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -137,25 +133,10 @@ void Dnsmasq::stop() {
 
 bool Dnsmasq::answers() const {
     // One query of a name under "test" (answered, NXDOMAIN at worst), waiting at most 20 ms.
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) return false;
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_port = htons(53);
-    inet_pton(AF_INET, m_strAddress.c_str(), &addr.sin_addr);
     const uint16_t id = 0x5eed;
     const dns::Bytes query = dns::cat({dns::header(id, 0x0100 /* RD */, 1, 0), dns::question("ready.test")});
-    bool bAnswered = false;
-    if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 &&
-        send(fd, query.data(), query.size(), 0) == static_cast<ssize_t>(query.size())) {
-        pollfd pfd{fd, POLLIN, 0};
-        uint8_t reply[512];
-        if (poll(&pfd, 1, 20) == 1) {
-            const ssize_t len = recv(fd, reply, sizeof reply, 0);
-            bAnswered = len >= 12 && reply[0] == (id >> 8) && reply[1] == (id & 0xff);
-        }
-    }
-    close(fd);
+    const dns::Bytes reply = dns::exchange(m_strAddress, query, 20);
+    const bool bAnswered = reply.size() >= 12 && reply[0] == (id >> 8) && reply[1] == (id & 0xff);
     // Refused at once while nothing is bound yet: don't spin.
     if (!bAnswered) std::this_thread::sleep_for(std::chrono::milliseconds(5));
     return bAnswered;

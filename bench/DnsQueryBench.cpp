@@ -3,7 +3,8 @@
 // - DnsQuery/reactor: searches handed from the benchmark's thread to
 //   AresReactorTask, answers delivered on its loop thread;
 // - DnsQuery/corvane: synchronous HostNameServer::resolve in DNS mode from 16
-//   caller threads, cache off: caller -> resolver pool -> DNS task -> caller.
+//   caller threads, cache off: caller -> resolver pool -> DNS task -> caller;
+//   with one resolver pool thread and with three (the registered default).
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -158,7 +159,7 @@ BENCHMARK(BM_DnsQueryReactor)->Name("DnsQuery/reactor")->UseRealTime();
 // comes from a resolver configuration file of the benchmark's own.
 class DnsModeLibrary {
 public:
-    DnsModeLibrary() {
+    explicit DnsModeLibrary(int in_iPoolThreads) {
         char path[] = "/tmp/corvane-bench-resolv-XXXXXX";
         const int fd = mkstemp(path);
         if (fd >= 0) {
@@ -172,6 +173,7 @@ public:
         Tarvik::GlobalConfig& config = Tarvik::GlobalConfig::getInstance();
         m_bOk = m_bOk && config.setValue("corvane.net.HostNameServer.DNSServerIPAddrList", serverAddress(), error) &&
                 config.setValue("corvane.net.HostNameServer.cacheSuccess", "false", error) &&
+                config.setValue("corvane.net.HostNameServer.numThread", std::to_string(in_iPoolThreads), error) &&
                 Tarvik::Net::initializeLibrary() && Tarvik::HostNameServer::getInstance().isDnsMode();
     }
     ~DnsModeLibrary() {
@@ -191,7 +193,7 @@ private:
 
 void BM_DnsQueryCorvane(benchmark::State& state) {
     static std::unique_ptr<DnsModeLibrary> s_pLibrary;
-    if (state.thread_index() == 0) s_pLibrary = std::make_unique<DnsModeLibrary>();
+    if (state.thread_index() == 0) s_pLibrary = std::make_unique<DnsModeLibrary>(static_cast<int>(state.range(0)));
     long failed = 0;
     for (auto _ : state) {
         Tarvik::Hostent hostent;
@@ -205,6 +207,14 @@ void BM_DnsQueryCorvane(benchmark::State& state) {
         s_pLibrary.reset();
     }
 }
-BENCHMARK(BM_DnsQueryCorvane)->Name("DnsQuery/corvane")->Threads(kInFlight)->UseRealTime();
+// In DNS mode a pool thread only hands the query to the DNS task: one thread
+// takes the callers' works in batches, while more threads are woken one per work.
+BENCHMARK(BM_DnsQueryCorvane)
+    ->Name("DnsQuery/corvane")
+    ->ArgName("poolThreads")
+    ->Arg(1)
+    ->Arg(3)
+    ->Threads(kInFlight)
+    ->UseRealTime();
 
 }  // namespace

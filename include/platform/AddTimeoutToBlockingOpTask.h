@@ -32,13 +32,17 @@ public:
     }
     // The same, building the result in place with in_fill(R&), under the lock
     // (so in_fill must not block): no intermediate copy of the result is made.
+    // The waiter is woken after the lock is released, so that it does not wake
+    // only to wait for the lock (the producer's hold keeps this object alive).
     template <class Fill>
     void deliverWith(Fill&& in_fill, bool in_bValid) {
-        ACE_Guard<ACE_Thread_Mutex> guard(m_mutex);
-        if (m_bDelivered) return;
-        in_fill(m_result);
-        m_bValid = in_bValid;
-        m_bDelivered = true;
+        {
+            ACE_Guard<ACE_Thread_Mutex> guard(m_mutex);
+            if (m_bDelivered) return;
+            in_fill(m_result);
+            m_bValid = in_bValid;
+            m_bDelivered = true;
+        }
         m_cond.broadcast();
     }
     void addProducer() { m_producers.fetch_add(1, std::memory_order_relaxed); }

@@ -126,13 +126,18 @@ void StaticReactorTaskImpl::joinThreads() {
 
 bool StaticReactorTaskImpl::enqueue(ACE_Method_Request* in_pRequest, const char* /*in_szLabel*/) {
     if (in_pRequest == nullptr) return false;
+    bool bQueued = false;
     {
         std::lock_guard<std::mutex> guard(m_queueMutex);
         if (m_uiActive != 0 && !m_bStopping) {
             m_queue.push_back(in_pRequest);
-            m_queueCond.notify_one();
-            return true;
+            bQueued = true;
         }
+    }
+    if (bQueued) {
+        // Outside the lock: the woken thread finds it free instead of waiting for it.
+        m_queueCond.notify_one();
+        return true;
     }
     delete in_pRequest;
     return false;

@@ -27,6 +27,7 @@ namespace {
 using corvane_test::kDnsContainerAccount;
 using corvane_test::kDnsFutureAccount;
 using corvane_test::kDnsWorkAccount;
+
 const ACE_Time_Value kFiveSeconds(5);
 
 // The clock that decides cache expiry, moved by the tests.

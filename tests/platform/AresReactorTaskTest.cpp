@@ -184,7 +184,9 @@ TEST(AresReactorTask, EveryServerBehaviourGivesExactlyOneCallback) {
             EXPECT_EQ(o.status, c.status) << ares_strerror(o.status);
         }
         EXPECT_NE(o.thread, std::this_thread::get_id());
-        if (c.status == ARES_SUCCESS) EXPECT_EQ(addressesOf(o.answer), c.addresses);
+        if (c.status == ARES_SUCCESS) {
+            EXPECT_EQ(addressesOf(o.answer), c.addresses);
+        }
         EXPECT_EQ(responder.queryCount(c.name), c.queries);
     }
     // The answer is handed over byte for byte, with the query's id.
@@ -223,7 +225,9 @@ TEST(AresReactorTask, AnswersFromDnsmasqComeOnTheLoopThread) {
         EXPECT_EQ(outcomes[i]->status, cases[i].status) << ares_strerror(outcomes[i]->status);
         std::vector<int> ttls;
         EXPECT_EQ(addressesOf(outcomes[i]->answer, &ttls).size(), cases[i].addresses);
-        if (cases[i].ttl >= 0) EXPECT_EQ(ttls, std::vector<int>(cases[i].addresses, cases[i].ttl));
+        if (cases[i].ttl >= 0) {
+            EXPECT_EQ(ttls, std::vector<int>(cases[i].addresses, cases[i].ttl));
+        }
         EXPECT_NE(outcomes[i]->thread, std::this_thread::get_id());
         EXPECT_EQ(outcomes[i]->thread, outcomes[0]->thread);
     }

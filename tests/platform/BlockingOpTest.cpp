@@ -102,7 +102,9 @@ TEST(BlockingOp, EachOutcomeOfAQueuedWork) {
                       : task.doWork<int>(pWork, out, timeout);
             EXPECT_EQ(code, c.expectedCode);
             EXPECT_EQ(out, code == Op::DOWORK_RESULT ? 42 : -1);  // written only with a valid result
-            if (bTake) EXPECT_EQ(takes, code == Op::DOWORK_RESULT ? 1 : 0);
+            if (bTake) {
+                EXPECT_EQ(takes, code == Op::DOWORK_RESULT ? 1 : 0);
+            }
             gate.open();
             EXPECT_TRUE(waitFor([] { return liveWorks() == 0; }));
         }
@@ -180,7 +182,9 @@ TEST(BlockingOp, NullWorkAndRefusedQueueFail) {
     for (When when : {RUNNING, NEVER_STARTED, STOPPED}) {
         SCOPED_TRACE(when);
         BlockingTask task;
-        if (when != NEVER_STARTED) ASSERT_TRUE(task.startAndWaitRunning());
+        if (when != NEVER_STARTED) {
+            ASSERT_TRUE(task.startAndWaitRunning());
+        }
         if (when == STOPPED) task.stop();
         int out = -1;
         ScriptedWork* pWork = when == RUNNING ? nullptr : new ScriptedWork(ScriptedWork::DELIVER_VALID, 1);

@@ -251,16 +251,71 @@ const char* Hostent::getGetHostByNameStatusString(GetHostByNameStatus in_status)
     return index >= 0 && index < 8 ? s_names[index] : "???";
 }
 
+namespace {
+
+// How a text stands to the dotted-address pattern without running it.
+enum class DottedShape {
+    kNoMatch,   // the pattern cannot match anywhere in the text
+    kOneLine,   // only digits, dots and colons: the whole text is the one line the pattern sees
+    kAskRegex   // line breaks or other control or non-ASCII bytes: let the pattern decide
+};
+
+DottedShape dottedShape(const std::string& in_strText) {
+    bool bOnlyDottedChars = true;
+    for (unsigned char c : in_strText) {
+        if ((c >= '0' && c <= '9') || c == '.' || c == ':') continue;
+        if (c < 0x20 || c >= 0x7f) return DottedShape::kAskRegex;
+        bOnlyDottedChars = false;
+    }
+    return bOnlyDottedChars && !in_strText.empty() ? DottedShape::kOneLine : DottedShape::kNoMatch;
+}
+
+// The pattern "^(\d+(?:\.\d+)+)(:(?:\d+))?$" on a text of digits, dots and
+// colons only: the length of the address part, or 0 when it does not match.
+size_t matchDottedLine(const std::string& in_strText) {
+    const auto digits = [&](size_t i) {
+        size_t j = i;
+        while (j < in_strText.size() && in_strText[j] >= '0' && in_strText[j] <= '9') ++j;
+        return j - i;
+    };
+    size_t i = digits(0);
+    if (i == 0) return 0;
+    size_t runs = 1;
+    while (i < in_strText.size() && in_strText[i] == '.') {
+        const size_t n = digits(i + 1);
+        if (n == 0) return 0;
+        i += 1 + n;
+        ++runs;
+    }
+    if (runs < 2) return 0;
+    const size_t addressLength = i;
+    if (i == in_strText.size()) return addressLength;
+    if (in_strText[i] != ':') return 0;
+    const size_t n = digits(i + 1);
+    return n > 0 && i + 1 + n == in_strText.size() ? addressLength : 0;
+}
+
+}  // namespace
+
 bool Hostent::isDottedIP(const std::string& in_strText) {
-    // The pattern starts with a digit: any other text is refused without running it.
-    if (in_strText.empty() || in_strText[0] < '0' || in_strText[0] > '9') return false;
-    return s_dottedIPRegex.match(in_strText);
+    switch (dottedShape(in_strText)) {
+        case DottedShape::kOneLine: return matchDottedLine(in_strText) != 0;
+        case DottedShape::kAskRegex: return s_dottedIPRegex.match(in_strText);
+        default: return false;
+    }
 }
 
 bool Hostent::parseDottedIP(const std::string& in_strText, std::string& out_strAddress, std::string& out_strPort) {
-    // A search may match after a line break, so only a text without any digit
-    // is refused without running the pattern.
-    if (in_strText.find_first_of("0123456789") == std::string::npos) return false;
+    const DottedShape shape = dottedShape(in_strText);
+    if (shape == DottedShape::kNoMatch) return false;
+    if (shape == DottedShape::kOneLine) {
+        // The same outcome as the pattern's search, without running it.
+        const size_t addressLength = matchDottedLine(in_strText);
+        if (addressLength == 0) return false;
+        out_strAddress.assign(in_strText, 0, addressLength);
+        out_strPort.assign(in_strText, addressLength, std::string::npos);
+        return true;
+    }
     boost::smatch matchResult;
     if (!s_dottedIPRegex.search(in_strText, matchResult)) return false;
     if (!CORVANE_ASSERT(hostentLogger(), matchResult.size() == 3)) return false;

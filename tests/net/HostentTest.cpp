@@ -290,3 +290,30 @@ TEST(Hostent, ObjectsAndBuffersAreCountedUnderTheHostentAccount) {
     EXPECT_EQ(account.getLiveBytes(), bytes);
     EXPECT_STREQ(Hostent::getMemAccountName(), "Hostent");
 }
+
+TEST(Hostent, DottedAddressShortcutAgreesWithThePattern) {
+    // Every text over a small alphabet up to length 6, plus line breaks: the
+    // recogniser must give exactly what the pattern gives.
+    const std::string alphabet = "1.:a\n";
+    const Tarvik::BoostRegex pattern = Hostent::getDottedIPRegexp();
+    std::vector<std::string> texts = {""};
+    for (size_t length = 1; length <= 6; ++length) {
+        std::vector<std::string> longer;
+        for (const std::string& t : texts) {
+            if (t.size() != length - 1) continue;
+            for (char c : alphabet) longer.push_back(t + c);
+        }
+        texts.insert(texts.end(), longer.begin(), longer.end());
+    }
+    for (const std::string& text : texts) {
+        boost::smatch m;
+        const bool expected = pattern.search(text, m);
+        std::string address = "-", port = "-";
+        ASSERT_EQ(Hostent::parseDottedIP(text, address, port), expected) << text;
+        if (expected) {
+            EXPECT_EQ(address, m[1].str()) << text;
+            EXPECT_EQ(port, m[2].str()) << text;
+        }
+        EXPECT_EQ(Hostent::isDottedIP(text), pattern.match(text)) << text;
+    }
+}

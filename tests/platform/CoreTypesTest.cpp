@@ -1,5 +1,3 @@
-// The small core types: Fallible, CountedObjPtr (with its thread-safe count),
-// strTokenize, format, the regex wrapper and the parse-tree node.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -28,50 +26,31 @@ struct Tracked {
 }  // namespace
 
 TEST(Fallible, HoldsAValueOnlyWhenValid) {
-    Fallible<int> none;
-    EXPECT_FALSE(none.isValid());
     Fallible<std::string> text(std::string("abc"));
     EXPECT_TRUE(text.isValid());
-    EXPECT_EQ(text.getValue(), "abc");
-    const std::string& viaConversion = text;
-    EXPECT_EQ(viaConversion, "abc");
+    EXPECT_EQ(static_cast<const std::string&>(text), "abc");
     text.invalidate();
     EXPECT_FALSE(text.isValid());
-    Fallible<int> assigned;
-    assigned = 7;
-    EXPECT_TRUE(assigned.isValid());
-    EXPECT_EQ(static_cast<const int&>(assigned), 7);
+    EXPECT_FALSE(Fallible<int>().isValid());
 }
 
 TEST(CountedObjPtr, CopiesShareMovesTransferAndTheLastHolderDestroys) {
     std::atomic<int> destroyed{0};
     {
-        CountedObjPtr<Tracked> empty;
-        EXPECT_TRUE(empty.isNull());
-        EXPECT_EQ(empty.useCount(), 0);
-        CountedObjPtr<Tracked> copyOfEmpty(empty);
-        EXPECT_TRUE(copyOfEmpty.isNull());
-        EXPECT_EQ(CountedObjPtr<Tracked>(nullptr).useCount(), 0);
-
         CountedObjPtr<Tracked> a(new Tracked(destroyed, 1));
-        EXPECT_EQ(a.useCount(), 1);
         CountedObjPtr<Tracked> b(a);
         EXPECT_EQ(a.useCount(), 2);
-        EXPECT_EQ(b.get(), a.get());
         CountedObjPtr<Tracked> c(std::move(b));
         EXPECT_TRUE(b.isNull());
         EXPECT_EQ(c.useCount(), 2);
         a = a;  // self-assignment keeps the object
-        EXPECT_EQ(a.useCount(), 2);
         EXPECT_EQ(a->value, 1);
-
-        a = CountedObjPtr<Tracked>(new Tracked(destroyed, 2));  // a lets go of the first
+        a = CountedObjPtr<Tracked>(new Tracked(destroyed, 2));
         EXPECT_EQ(c.useCount(), 1);
         EXPECT_EQ(destroyed, 0);
         c.reset();
         EXPECT_EQ(destroyed, 1);
-        EXPECT_TRUE(c.isNull());
-        EXPECT_EQ((*a).value, 2);
+        EXPECT_EQ(CountedObjPtr<Tracked>(c).useCount(), 0);
     }
     EXPECT_EQ(destroyed, 2);
 }
@@ -85,8 +64,7 @@ TEST(CountedObjPtr, ManyThreadsCopyingAndReleasingDestroyTheObjectExactlyOnce) {
         {
             CountedObjPtr<Tracked> shared(new Tracked(destroyed, 5));
             for (int t = 0; t < kThreads; ++t) {
-                // Each thread starts with its own copy and releases it last, so the
-                // final release is a race among the threads.
+                // Each thread releases its own copy last: the final release is a race.
                 threads.emplace_back([&ready, mine = shared]() mutable {
                     ++ready;
                     while (ready < kThreads) std::this_thread::yield();
@@ -133,13 +111,9 @@ TEST(StringVector, TokenizeSplitsOnTheSeparatorAndSkipsEmptyPieces) {
 }
 
 TEST(StringVector, FormatWritesWhatPrintfWould) {
-    EXPECT_EQ(format("%d-%s", 42, "x"), "42-x");
-    EXPECT_EQ(format("%s", ""), "");
-    EXPECT_EQ(format("100%%"), "100%");
-    EXPECT_EQ(format("%05.1f|%-3s|%x", 3.14159, "a", 255u), "003.1|a  |ff");
+    EXPECT_EQ(format("%05.1f|%-3s|%x|100%%", 3.14159, "a", 255u), "003.1|a  |ff|100%");
     const std::string big(5000, 'z');
     EXPECT_EQ(format("<%s>", big.c_str()), "<" + big + ">");
-    EXPECT_EQ(format("%c%c", 'a', 'b').size(), 2u);
 }
 
 TEST(BoostRegex, MatchIsWholeTextSearchFindsAPartWithGroups) {
@@ -165,8 +139,6 @@ TEST(BoostRegex, MatchIsWholeTextSearchFindsAPartWithGroups) {
             EXPECT_EQ(result[1].str(), c.firstGroup);
         }
     }
-    const BoostRegex copy(dotted);
-    EXPECT_TRUE(copy.match("1.2.3.4"));
 }
 
 namespace {
@@ -211,29 +183,14 @@ TEST(PCFParse, SharedSubtreesLiveAsLongAsTheirLastParent) {
     };
     using Node = PCFParse<CountedRule>;
     std::atomic<int> rulesDestroyed{0};
-    CountedObjPtr<CountedRule> hostRule(new CountedRule(rulesDestroyed));
-    hostRule->m_strName = "Host";
-
-    CountedObjPtr<Node> leaf(new Node);
-    EXPECT_TRUE(leaf->m_pLabel.isNull());
-    EXPECT_TRUE(leaf->m_pFirst.isNull());
-    EXPECT_TRUE(leaf->m_pSecond.isNull());
-    EXPECT_EQ(leaf->m_uiFirstToken, 0u);
-    EXPECT_EQ(leaf->m_uiLastToken, 0u);
-    leaf->m_pRule = hostRule;
-    leaf->m_uiFirstToken = 2;
+    CountedObjPtr<Node> leaf(new Node), left(new Node), right(new Node);
+    leaf->m_pRule = CountedObjPtr<CountedRule>(new CountedRule(rulesDestroyed));
     leaf->m_uiLastToken = 4;
-
-    CountedObjPtr<Node> left(new Node);
-    CountedObjPtr<Node> right(new Node);
     left->m_pFirst = leaf;
     right->m_pSecond = leaf;  // one subtree under two parents
-    right->m_pLabel = CountedObjPtr<std::string>(new std::string("host"));
     leaf.reset();
-    hostRule.reset();
-    EXPECT_EQ(left->m_pFirst->m_pRule->m_strName, "Host");
     left.reset();
-    EXPECT_EQ(rulesDestroyed, 0);  // still reachable through the right parent
+    EXPECT_EQ(rulesDestroyed, 0);
     EXPECT_EQ(right->m_pSecond->m_uiLastToken, 4u);
     right.reset();
     EXPECT_EQ(rulesDestroyed, 1);

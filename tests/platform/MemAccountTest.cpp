@@ -1,8 +1,7 @@
-// Memory accounts: live objects and bytes per name, exact under concurrent
-// allocation, zero again once everything is freed.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -30,100 +29,71 @@ public:
     long long value = 0;
 };
 
-// A second class counted under the same name as Gadget.
-class GadgetPart {
+class GadgetPart {  // counted under Gadget's name
     CORVANE_STATIC_ALLOCATOR("test.MemAccount.Gadget")
 
 public:
     int value = 0;
 };
 
-class PolymorphicBase {
-public:
+struct PolymorphicBase {
     virtual ~PolymorphicBase() = default;
 };
 
-// Deleted through its base: the derived class's operator delete must be found.
-class CountedDerived : public PolymorphicBase {
+class CountedDerived : public PolymorphicBase {  // deleted through its base
     CORVANE_STATIC_ALLOCATOR("test.MemAccount.CountedDerived")
 
 public:
     char payload[24] = {};
 };
 
-struct Counts {
-    long objects;
-    long bytes;
-};
-
-Counts countsOf(const char* in_szName) {
+// Live objects and bytes of an account.
+std::pair<long, long> countsOf(const char* in_szName) {
     MemAccount& account = MemAccount::get(in_szName);
     return {account.getLiveObjects(), account.getLiveBytes()};
 }
 
+std::pair<long, long> counts(long in_lObjects, size_t in_uiBytes) { return {in_lObjects, static_cast<long>(in_uiBytes)}; }
+
 }  // namespace
 
 TEST(MemAccount, ObjectsAndBytesAreCountedPerNameAndReturnToZero) {
-    const Counts before = countsOf("test.MemAccount.Widget");
-    ASSERT_EQ(before.objects, 0);
+    ASSERT_EQ(countsOf("test.MemAccount.Widget"), counts(0, 0));
     std::vector<Widget*> widgets;
     for (int i = 0; i < 3; ++i) widgets.push_back(new Widget);
-    EXPECT_EQ(countsOf("test.MemAccount.Widget").objects, 3);
-    EXPECT_EQ(countsOf("test.MemAccount.Widget").bytes, static_cast<long>(3 * sizeof(Widget)));
-
     Gadget* gadget = new Gadget;
     GadgetPart* part = new GadgetPart;
-    EXPECT_EQ(countsOf("test.MemAccount.Gadget").objects, 2);
-    EXPECT_EQ(countsOf("test.MemAccount.Gadget").bytes, static_cast<long>(sizeof(Gadget) + sizeof(GadgetPart)));
-    EXPECT_EQ(countsOf("test.MemAccount.Widget").objects, 3);  // other names are untouched
-
+    Widget* array = new Widget[5];
+    PolymorphicBase* base = new CountedDerived;
+    EXPECT_EQ(countsOf("test.MemAccount.Gadget"), counts(2, sizeof(Gadget) + sizeof(GadgetPart)));
+    EXPECT_EQ(countsOf("test.MemAccount.CountedDerived"), counts(1, sizeof(CountedDerived)));
+    EXPECT_EQ(countsOf("test.MemAccount.Widget").first, 4);  // an array is one allocation
+    EXPECT_GE(countsOf("test.MemAccount.Widget").second, static_cast<long>(8 * sizeof(Widget)));
+    delete[] array;
+    EXPECT_EQ(countsOf("test.MemAccount.Widget"), counts(3, 3 * sizeof(Widget)));
     for (Widget* w : widgets) delete w;
     delete gadget;
     delete part;
-    EXPECT_EQ(countsOf("test.MemAccount.Widget").objects, 0);
-    EXPECT_EQ(countsOf("test.MemAccount.Widget").bytes, 0);
-    EXPECT_EQ(countsOf("test.MemAccount.Gadget").objects, 0);
-    EXPECT_EQ(countsOf("test.MemAccount.Gadget").bytes, 0);
-}
-
-TEST(MemAccount, ArraysAndDeletionThroughABaseAreCountedBackToZero) {
-    Widget* array = new Widget[5];
-    EXPECT_EQ(countsOf("test.MemAccount.Widget").objects, 1);  // one allocation
-    EXPECT_GE(countsOf("test.MemAccount.Widget").bytes, static_cast<long>(5 * sizeof(Widget)));
-    delete[] array;
-    EXPECT_EQ(countsOf("test.MemAccount.Widget").objects, 0);
-    EXPECT_EQ(countsOf("test.MemAccount.Widget").bytes, 0);
-
-    PolymorphicBase* base = new CountedDerived;
-    EXPECT_EQ(countsOf("test.MemAccount.CountedDerived").objects, 1);
     delete base;
-    EXPECT_EQ(countsOf("test.MemAccount.CountedDerived").objects, 0);
-    EXPECT_EQ(countsOf("test.MemAccount.CountedDerived").bytes, 0);
+    for (const char* name : {"test.MemAccount.Widget", "test.MemAccount.Gadget", "test.MemAccount.CountedDerived"})
+        EXPECT_EQ(countsOf(name), counts(0, 0)) << name;
 }
 
-TEST(MemAccount, BlocksAreAlignedLikeMalloc) {
-    std::vector<std::unique_ptr<Gadget>> gadgets;
-    for (int i = 0; i < 16; ++i) {
-        gadgets.emplace_back(new Gadget);
-        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(gadgets.back().get()) % alignof(std::max_align_t), 0u);
-    }
-    MemAccount& buffers = MemAccount::get("test.MemAccount.Buffers");
-    for (std::size_t size : {1u, 7u, 16u, 33u}) {
-        void* p = NoSizeMemAllocator::allocate(buffers, size);
-        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % alignof(std::max_align_t), 0u);
-        NoSizeMemAllocator::deallocate(p);
-    }
-}
-
-TEST(MemAccount, BuffersCountBytesThroughReallocationAndKeepTheirContents) {
-    const char* const name = "test.MemAccount.Buffers";
-    MemAccount& account = MemAccount::get(name);
+TEST(MemAccount, BuffersCountBytesThroughReallocationAndKeepTheirContentsAndAlignment) {
+    const auto aligned = [](const void* in_p) {
+        return reinterpret_cast<std::uintptr_t>(in_p) % alignof(std::max_align_t) == 0;
+    };
+    std::unique_ptr<Gadget> gadget(new Gadget);
+    EXPECT_TRUE(aligned(gadget.get()));
+    MemAccount& account = MemAccount::get("test.MemAccount.Buffers");
     ASSERT_EQ(account.getLiveBytes(), 0);
     char* p = static_cast<char*>(NoSizeMemAllocator::allocate(account, 10));
+    EXPECT_TRUE(aligned(p));
     std::memcpy(p, "abcdefghi", 10);
     EXPECT_EQ(account.getLiveBytes(), 10);
     EXPECT_EQ(account.getLiveObjects(), 0);  // buffers are bytes, not objects
     p = static_cast<char*>(NoSizeMemAllocator::reallocate(account, p, 4000));
+    EXPECT_TRUE(aligned(p));
     EXPECT_EQ(account.getLiveBytes(), 4000);
     EXPECT_STREQ(p, "abcdefghi");
     p = static_cast<char*>(NoSizeMemAllocator::reallocate(account, p, 3));
@@ -138,9 +108,7 @@ TEST(MemAccount, BuffersCountBytesThroughReallocationAndKeepTheirContents) {
 }
 
 TEST(MemAccount, ConcurrentAllocationsLeaveExactCounts) {
-    const int kThreads = 6;
-    const int kRounds = 5000;
-    const int kKeptPerThread = 100;
+    const int kThreads = 6, kRounds = 5000, kKeptPerThread = 100;
     std::vector<std::vector<Widget*>> kept(kThreads);
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
@@ -160,22 +128,17 @@ TEST(MemAccount, ConcurrentAllocationsLeaveExactCounts) {
         });
     }
     for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(countsOf("test.MemAccount.Widget").objects, kThreads * kKeptPerThread);
-    EXPECT_EQ(countsOf("test.MemAccount.Widget").bytes, static_cast<long>(kThreads * kKeptPerThread * sizeof(Widget)));
-    EXPECT_EQ(countsOf("test.MemAccount.ConcurrentBuffers").bytes, 0);
-    for (auto& list : kept) {
+    EXPECT_EQ(countsOf("test.MemAccount.Widget"), counts(kThreads * kKeptPerThread, kThreads * kKeptPerThread * sizeof(Widget)));
+    EXPECT_EQ(countsOf("test.MemAccount.ConcurrentBuffers"), counts(0, 0));
+    for (auto& list : kept)
         for (Widget* w : list) delete w;
-    }
-    EXPECT_EQ(countsOf("test.MemAccount.Widget").objects, 0);
-    EXPECT_EQ(countsOf("test.MemAccount.Widget").bytes, 0);
+    EXPECT_EQ(countsOf("test.MemAccount.Widget"), counts(0, 0));
 }
 
 TEST(MemAccount, SnapshotListsEveryUsedAccountSortedByName) {
     delete new Widget;
     delete new Gadget;
-    MemAccount& same = MemAccount::get("test.MemAccount.Widget");
-    EXPECT_EQ(&same, &Widget::getMemAccount());
-    EXPECT_STREQ(Widget::getMemAccountName(), "test.MemAccount.Widget");
+    EXPECT_EQ(&MemAccount::get("test.MemAccount.Widget"), &Widget::getMemAccount());
     const std::vector<MemAccount::Snapshot> all = MemAccount::snapshot();
     EXPECT_TRUE(std::is_sorted(all.begin(), all.end(),
                                [](const MemAccount::Snapshot& a, const MemAccount::Snapshot& b) { return a.name < b.name; }));
@@ -191,11 +154,9 @@ TEST(MemAccount, SnapshotListsEveryUsedAccountSortedByName) {
 }
 
 TEST(MemAccount, CountReachingZeroPublishesWhatTheFreeingThreadDidBefore) {
-    // Tests wait for an account to reach zero and then tear down what the
-    // freed objects used: the count must order those accesses (seen by TSan).
+    // Tests wait for an account to reach zero, then tear down what the freed objects used (TSan checks).
     for (int round = 0; round < 20; ++round) {
-        int objectsSeen = 0;  // plain data, written before the object is freed
-        int bytesSeen = 0;
+        int objectsSeen = 0, bytesSeen = 0;  // plain data, written before the object is freed
         Widget* counted = new Widget;
         std::thread freer([&] {
             objectsSeen = 1;

@@ -1,6 +1,3 @@
-// Timers of a task: each processor hears at most one of expiry or cancel per
-// firing and is destroyed exactly once, whether it fired, was cancelled,
-// dropped at stop or refused.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -18,10 +15,7 @@ using corvane_test::waitFor;
 namespace {
 
 struct TimerLog {
-    std::atomic<int> created{0};
-    std::atomic<int> timeouts{0};
-    std::atomic<int> cancels{0};
-    std::atomic<int> destroyed{0};
+    std::atomic<int> created{0}, timeouts{0}, cancels{0}, destroyed{0};
     std::mutex mutex;
     std::vector<int> order;  // tags in firing order; under mutex
 
@@ -70,8 +64,7 @@ public:
         return start() && waitFor([this] { return getTaskState() == Task::RUNNING; });
     }
     long after(TimeoutProcessor* in_pProcessor, long in_lMs, long in_lIntervalMs = 0) {
-        ACE_Time_Value delay;
-        ACE_Time_Value interval;
+        ACE_Time_Value delay, interval;
         delay.msec(in_lMs);
         interval.msec(in_lIntervalMs);
         return scheduleTimerImpl(in_pProcessor, nullptr, delay, interval, 0, false);
@@ -82,21 +75,7 @@ const long kHour = 3600L * 1000;
 
 }  // namespace
 
-TEST(Timers, OneShotTimerFiresOnceThenItsProcessorIsDestroyed) {
-    TimerTask task;
-    TimerLog log;
-    ASSERT_TRUE(task.startAndWaitRunning());
-    const long id = task.after(new RecordingProcessor(log, 1), 10);
-    EXPECT_GT(id, 0);
-    ASSERT_TRUE(waitFor([&] { return log.destroyed == 1; }));
-    EXPECT_EQ(log.timeouts, 1);
-    EXPECT_EQ(log.cancels, 0);
-    EXPECT_EQ(task.getNumPendingTimers(), 0u);
-    EXPECT_FALSE(task.cancelTimer(id));  // fired timers cannot be cancelled
-}
-
 TEST(Timers, PendingTimerIsDroppedAndItsProcessorDestroyedWithoutFiring) {
-    // How the task goes away while a timer is armed.
     enum End { STOP_ONLY, STOP_AND_WAIT, DESTROY_RUNNING_TASK };
     for (End end : {STOP_ONLY, STOP_AND_WAIT, DESTROY_RUNNING_TASK}) {
         SCOPED_TRACE(end);
@@ -149,32 +128,42 @@ TEST(Timers, TimersFireInOrderOfExpiryNotOfScheduling) {
     EXPECT_EQ(log.firingOrder(), (std::vector<int>{0, 50, 100, 150, 200, 250}));
 }
 
-TEST(Timers, CancelledTimerHearsCancelOnceAndIsDestroyed) {
+TEST(Timers, FiredTimerIsDestroyedAndCancelledOneHearsCancelOnce) {
     TimerTask task;
     TimerLog log;
     ASSERT_TRUE(task.startAndWaitRunning());
+    const long fired = task.after(new RecordingProcessor(log, 0), 10);
+    EXPECT_GT(fired, 0);
+    ASSERT_TRUE(waitFor([&] { return log.destroyed == 1; }));
+    EXPECT_EQ(log.timeouts, 1);
+    EXPECT_EQ(task.getNumPendingTimers(), 0u);
+    EXPECT_FALSE(task.cancelTimer(fired));
     const long id = task.after(new RecordingProcessor(log, 1), kHour);
     const long other = task.after(new RecordingProcessor(log, 2), kHour);
     ASSERT_NE(id, other);
     EXPECT_TRUE(task.cancelTimer(id));
     EXPECT_EQ(log.cancels, 1);
-    EXPECT_EQ(log.destroyed, 1);
+    EXPECT_EQ(log.destroyed, 2);
     EXPECT_FALSE(task.cancelTimer(id));
     EXPECT_FALSE(task.cancelTimer(12345));
     EXPECT_EQ(task.getNumPendingTimers(), 1u);
     EXPECT_EQ(log.cancels, 1);
+    EXPECT_EQ(log.timeouts, 1);
 }
 
-TEST(Timers, PeriodicTimerRefiresUntilStoppedThenIsDestroyedOnce) {
+TEST(Timers, PeriodicTimerRefiresUntilStoppedAndTimersWorkAgainAfterRestart) {
     TimerTask task;
-    TimerLog log;
-    ASSERT_TRUE(task.startAndWaitRunning());
-    ASSERT_GT(task.after(new RecordingProcessor(log, 1), 1, 2), 0);
-    ASSERT_TRUE(waitFor([&] { return log.timeouts >= 3; }));
-    EXPECT_EQ(log.destroyed, 0);
-    task.stop();
-    ASSERT_TRUE(task.waitUntilDone());
-    EXPECT_EQ(log.destroyed, 1);
+    for (int run = 1; run <= 3; ++run) {
+        SCOPED_TRACE(run);
+        TimerLog log;
+        ASSERT_TRUE(task.startAndWaitRunning());
+        ASSERT_GT(task.after(new RecordingProcessor(log, 1), 1, 2), 0);
+        ASSERT_TRUE(waitFor([&] { return log.timeouts >= 3; }));
+        EXPECT_EQ(log.destroyed, 0);
+        task.stop();
+        ASSERT_TRUE(task.waitUntilDone());
+        EXPECT_EQ(log.destroyed, 1);
+    }
 }
 
 TEST(Timers, ProcessorMayScheduleAndCancelTimersFromItsTimeout) {
@@ -194,19 +183,6 @@ TEST(Timers, ProcessorMayScheduleAndCancelTimersFromItsTimeout) {
     EXPECT_GT(inner, 0);
     EXPECT_TRUE(cancelled);
     EXPECT_EQ(log.firingOrder(), (std::vector<int>{1, 2}));
-}
-
-TEST(Timers, TimersWorkAgainAfterRestart) {
-    TimerTask task;
-    TimerLog log;
-    for (int run = 1; run <= 3; ++run) {
-        ASSERT_TRUE(task.startAndWaitRunning());
-        ASSERT_GT(task.after(new RecordingProcessor(log, run), 1), 0);
-        ASSERT_TRUE(waitFor([&] { return log.timeouts == run; }));
-        task.stop();
-        ASSERT_TRUE(task.waitUntilDone());
-    }
-    EXPECT_EQ(log.destroyed, 3);
 }
 
 TEST(Timers, EveryProcessorIsDestroyedExactlyOnceWhenStopRacesScheduling) {
@@ -237,12 +213,10 @@ TEST(Timers, EveryProcessorIsDestroyedExactlyOnceWhenStopRacesScheduling) {
 }
 
 TEST(Timers, TimerThreadCannotWaitForNorRestartItsOwnTask) {
-    // The timer thread is one of the task's threads: joining it from itself
-    // would throw and end the process.
+    // Joining the timer thread from itself would throw and end the process.
     TimerTask task;
     TimerLog log;
-    std::atomic<int> waitResult{-1};
-    std::atomic<int> startResult{-1};
+    std::atomic<int> waitResult{-1}, startResult{-1};
     ASSERT_TRUE(task.startAndWaitRunning());
     task.after(new RecordingProcessor(log, 1,
                                       [&] {
@@ -257,8 +231,7 @@ TEST(Timers, TimerThreadCannotWaitForNorRestartItsOwnTask) {
 }
 
 TEST(Timers, CancellingTheTimerBeingWaitedForLeavesTheTimerThreadSound) {
-    // The timer thread sleeps until the earliest expiry; cancelling that timer
-    // frees its entry while the thread still waits for that time.
+    // Cancelling the earliest timer frees its entry while the timer thread still waits for its time.
     TimerTask task;
     TimerLog log;
     ASSERT_TRUE(task.startAndWaitRunning());

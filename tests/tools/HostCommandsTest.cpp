@@ -7,7 +7,6 @@
 
 #include <cstdint>
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -30,9 +29,11 @@ std::string firstLine(const std::string& in_text) { return in_text.substr(0, in_
 // The texts of a JSON array of strings (no escapes in these texts).
 std::vector<std::string> stringArray(const std::string& in_json) {
     std::vector<std::string> out;
-    const std::regex item("\"([^\"]*)\"");
-    for (auto it = std::sregex_iterator(in_json.begin(), in_json.end(), item); it != std::sregex_iterator(); ++it) {
-        out.push_back((*it)[1]);
+    for (size_t open = in_json.find('"'); open != std::string::npos; open = in_json.find('"', open)) {
+        const size_t close = in_json.find('"', open + 1);
+        if (close == std::string::npos) break;
+        out.push_back(in_json.substr(open + 1, close - open - 1));
+        open = close + 1;
     }
     return out;
 }
@@ -55,10 +56,9 @@ TEST(HostCommand, AgreesWithHostnameAndTheInterfaceList) {
     const SubprocessResult ip = runSubprocess({"ip", "-4", "-o", "addr", "show", "up"});
     if (hostname.exitStatus != 0 || ip.exitStatus != 0) GTEST_SKIP() << "needs hostname and ip (iproute2)";
     std::vector<std::string> addresses;
-    const std::regex inet(" inet ([0-9.]+)/");
-    for (auto it = std::sregex_iterator(ip.output.begin(), ip.output.end(), inet); it != std::sregex_iterator();
-         ++it) {
-        addresses.push_back((*it)[1]);
+    for (size_t at = ip.output.find(" inet "); at != std::string::npos; at = ip.output.find(" inet ", at + 1)) {
+        const size_t from = at + 6;
+        addresses.push_back(ip.output.substr(from, ip.output.find('/', from) - from));
     }
 
     const ToolRun host = runTool({"--json", "host"});

@@ -33,6 +33,12 @@ void initializeLogging() { std::call_once(s_loggingOnce, setUpLogging); }
 
 Logger::Logger(const std::string& in_strName) {
     initializeLogging();
+    // Ancestors first: a logger made later between a logger and its existing
+    // parent re-links that logger, which the back end does without a lock
+    // against threads logging through it.
+    for (size_t dot = in_strName.find('.'); dot != std::string::npos; dot = in_strName.find('.', dot + 1)) {
+        log4cplus::Logger::getInstance(in_strName.substr(0, dot));
+    }
     m_logger = log4cplus::Logger::getInstance(in_strName);
 }
 

@@ -68,6 +68,23 @@ TEST(Logging, ThreadsRacingForANewLoggerAllGetTheSameOne) {
     EXPECT_NE(&getLogger("test.logging.Other"), seen[0]);
 }
 
+TEST(Logging, AncestorMadeWhileAChildLogsIsNoRace) {
+    static int s_iRun = 0;  // names no earlier run in this process used
+    const std::string base = "test.logging.Ancestor" + std::to_string(++s_iRun);
+    const Logger& child = getLogger((base + ".inner.leaf").c_str());
+    EXPECT_TRUE(log4cplus::Logger::exists(base));
+    EXPECT_TRUE(log4cplus::Logger::exists(base + ".inner"));
+    // Each level check walks the child's ancestors: asking for one of them
+    // meanwhile must not re-link the child under the writer (ThreadSanitizer).
+    std::atomic<bool> bAsked{false};
+    std::thread writer([&child, &bAsked] {
+        for (int i = 0; i < 100000 && !bAsked; ++i) CORVANE_DEBUG(child, "unseen");
+    });
+    EXPECT_EQ(getLogger((base + ".inner").c_str()).getName(), base + ".inner");
+    bAsked = true;
+    writer.join();
+}
+
 TEST(Logging, MessageIsBuiltOnlyWhenItsLevelIsEnabled) {
     const Logger& logger = getLogger("test.logging.Levels");
     for (int enabled : {TRACE_LOG_LEVEL, DEBUG_LOG_LEVEL, INFO_LOG_LEVEL, WARN_LOG_LEVEL, ERROR_LOG_LEVEL,

@@ -334,6 +334,8 @@ void HostNameServer::stopAresTask() {
 
 void HostNameServer::releaseAresChannel() {
     if (m_aresChannel == nullptr) return;
+    // The DNS task must not keep driving a channel that is about to go.
+    AresReactorTask::releaseChannel(m_aresChannel);
     ares_destroy(m_aresChannel);
     m_aresChannel = nullptr;
     ares_library_cleanup();

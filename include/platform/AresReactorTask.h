@@ -43,6 +43,10 @@ public:
     // stop and waitUntilDone). Null clears it. False, reported, while the task
     // is not stopped.
     bool setChannel(ares_channel in_channel);
+    // For the owner of a channel about to destroy it: when the task exists and
+    // was handed this channel, stops it, waits for it and forgets the channel.
+    // Creates no task.
+    static void releaseChannel(ares_channel in_channel);
 
     // Launches the loop thread; false without a channel, when not stopped
     // (also on the loop thread), or when the thread cannot be made.

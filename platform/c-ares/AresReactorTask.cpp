@@ -88,6 +88,19 @@ bool AresReactorTask::setChannel(ares_channel in_channel) {
     return true;
 }
 
+void AresReactorTask::releaseChannel(ares_channel in_channel) {
+    AresReactorTask* pTask = s_pInstance.load(std::memory_order_acquire);
+    if (pTask == nullptr || in_channel == nullptr) return;
+    {
+        std::lock_guard<std::mutex> guard(pTask->m_mutex);
+        if (pTask->m_channel != in_channel) return;
+    }
+    pTask->stop();
+    pTask->waitUntilDone();
+    std::lock_guard<std::mutex> guard(pTask->m_mutex);
+    if (pTask->m_channel == in_channel && pTask->m_state == STOPPED_STATE) pTask->m_channel = nullptr;
+}
+
 bool AresReactorTask::start() {
     CORVANE_TRACE_SCOPE(logger(), "AresReactorTask::start");
     // The loop thread runs, so the task is not stopped; and m_joinMutex may be

@@ -303,3 +303,18 @@ TEST_F(DnsConfigure, HostDnsServersOfANamedAdapterAreNotImplemented) {
     EXPECT_EQ(asserts.texts(),
               std::vector<std::string>{"Not implemented : getAdapterDNSServers with in_szAdapterName != 0"});
 }
+
+TEST_F(DnsConfigure, DestroyedResolverTakesItsChannelAwayFromTheDnsTask) {
+    set(kServersParam, "127.53.60.40");
+    {
+        HostNameServer resolver;
+        ASSERT_TRUE(resolver.configure(Tarvik::GlobalConfig::getInstance().getConfig()));
+        ASSERT_TRUE(resolver.isDnsMode());
+        ASSERT_TRUE(resolver.start());
+        for (int i = 0; i < 2000 && resolver.getTaskState() != Tarvik::Task::RUNNING; ++i) std::this_thread::sleep_for(1ms);
+        ASSERT_EQ(Tarvik::AresReactorTask::getInstance().getTaskState(), Tarvik::Task::RUNNING);
+    }
+    // The channel is gone with its resolver: the DNS task has none to start with.
+    EXPECT_EQ(Tarvik::AresReactorTask::getInstance().getTaskState(), Tarvik::Task::STOPPED_STATE);
+    EXPECT_FALSE(Tarvik::AresReactorTask::getInstance().start());
+}

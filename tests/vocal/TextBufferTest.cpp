@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
 #include "vocal/TextBuffer.h"
 
 using Vocal::TextBuffer;
@@ -131,6 +135,20 @@ TEST(TextBuffer, LongTextsGrowOnTheHeapAndCopiesAndMovesKeepEveryByte) {
     twice.clear();
     EXPECT_EQ(twice.length(), 0);
     EXPECT_STREQ(twice.c_str(), "");
+}
+
+TEST(TextBuffer, TextLongerThanItsLengthHoldsIsRefusedBeforeAnyByteIsRead) {
+    // Only the size is looked at: the bytes behind it are never read.
+    const char small[] = "x";
+    const std::string_view huge(small, size_t(1) << 31);
+    TextBuffer text("kept");
+    EXPECT_THROW(text.assign(huge), std::length_error);
+    EXPECT_THROW(text.append(huge), std::length_error);
+    EXPECT_THROW(TextBuffer{huge}, std::length_error);
+    EXPECT_EQ(text.str(), "kept");
+    const std::string_view justTooLong(small, TextBuffer::kMaxLength - 3);
+    EXPECT_THROW(text.append(justTooLong), std::length_error);
+    EXPECT_EQ(text.str(), "kept");
 }
 
 }  // namespace

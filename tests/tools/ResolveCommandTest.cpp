@@ -61,6 +61,38 @@ TEST(ResolveCommand, AsyncZeroTimeOutReportsOneNotificationAndNothingLeftAtExit)
     EXPECT_FALSE(has(line, ": 1")) << line;
 }
 
+TEST(ResolveCommand, AsyncInDnsModeFailsAtOnceWithTheAssertion) {
+    const auto run = runTool({"--json", "--set", "corvane.net.HostNameServer.DNSServerIPAddrList=127.53.30.2",
+                              "resolve", "--async", "--timeout", "-1", "a.test"});
+    EXPECT_EQ(run.status, 1) << run.err;
+    ASSERT_EQ(run.lines.size(), 1u) << run.out;
+    EXPECT_TRUE(has(run.lines[0], "\"name\": \"a.test\", \"ok\": false, \"status\": \"GHBN_OTHER_ERROR\"")) << run.lines[0];
+    EXPECT_TRUE(has(run.err, "ERROR corvane.net.HostNameServer - ASSERTION FAILED: Not implemented : asynchronous DNS "
+                             "resolution using a callback\n"))
+        << run.err;
+}
+
+TEST(CommandLine, EveryAccountIsAtZeroAtExitAlsoOnFailedPaths) {
+    const std::vector<std::string> runs[] = {
+        {"resolve", "--async", "--timeout", "0", "localhost"},
+        {"--set", "corvane.net.HostNameServer.numThread=0", "resolve", "localhost"},
+        {"--set", "corvane.net.HostNameServer.DNSServerIPAddrList=127.53.30.2", "resolve", "--async", "a.test"},
+        {"--set", "corvane.net.HostNameServer.DNSServerIPAddrList=127.53.30.2", "resolve", "--timeout", "1", "b.test"},
+        {"--set", "corvane.net.HostNameServer.numThread=0", "canonicalize", "sip:a@localhost"},
+    };
+    for (std::vector<std::string> args : runs) {
+        args.insert(args.begin(), "--stats");
+        const auto run = runTool(args);
+        const size_t stats = run.err.find("stats {");
+        ASSERT_NE(stats, std::string::npos) << run.err;
+        const std::string line = run.err.substr(stats, run.err.find('\n', stats) - stats);
+        // Account names hold ": " themselves; a count follows the closing quote.
+        for (size_t colon = line.find("\": "); colon != std::string::npos; colon = line.find("\": ", colon + 1)) {
+            EXPECT_EQ(line.compare(colon, 4, "\": 0"), 0) << line;
+        }
+    }
+}
+
 TEST(ResolveCommand, ReadsNamesFromStandardInput) {
     const auto run = runTool({"--json", "resolve", "-"}, "10.0.0.3\n10.0.0.4\n");
     EXPECT_EQ(run.status, 0);

@@ -2,9 +2,11 @@
 #include <chrono>
 #include <condition_variable>
 #include <iostream>
+#include <memory>
 #include <mutex>
 #include <sstream>
 #include <thread>
+#include <utility>
 
 #include "Command.h"
 #include "net/HostNameServer.h"
@@ -16,11 +18,14 @@ namespace {
 using Tarvik::HostNameServer;
 using Tarvik::Hostent;
 
-// The client side of an asynchronous request: records its one notification.
+// The client side of an asynchronous request: its one notification, and
+// whether the callback is gone. Shared with the callback, which may outlive
+// a wait that gave up.
 struct Notification {
     std::mutex mutex;
     std::condition_variable cond;
     bool told = false;        // a notification arrived
+    bool gone = false;        // the callback was destroyed (after its notification, or refused)
     bool timedOut = false;    // it was the time-out
     Hostent hostent;          // the result's record
     Hostent::GetHostByNameStatus status = Hostent::GHBN_OTHER_ERROR;
@@ -28,27 +33,68 @@ struct Notification {
 
 class WaitingCallback : public HostNameServer::GetHostByNameCallback {
 public:
-    explicit WaitingCallback(Notification& io_notification) : m_notification(io_notification) {}
+    explicit WaitingCallback(std::shared_ptr<Notification> in_pNotification)
+        : m_pNotification(std::move(in_pNotification)) {}
+    ~WaitingCallback() override {
+        std::lock_guard<std::mutex> guard(m_pNotification->mutex);
+        m_pNotification->gone = true;
+        m_pNotification->cond.notify_all();
+    }
     bool onGhbnTimeout(const char*) override {
-        std::lock_guard<std::mutex> guard(m_notification.mutex);
-        m_notification.told = true;
-        m_notification.timedOut = true;
-        m_notification.cond.notify_all();
+        std::lock_guard<std::mutex> guard(m_pNotification->mutex);
+        m_pNotification->told = true;
+        m_pNotification->timedOut = true;
+        m_pNotification->cond.notify_all();
         return true;
     }
     bool onGhbnResult(const char*, const Hostent& in_hostent, Hostent::GetHostByNameStatus in_status,
                       ACE_Time_Value) override {
-        std::lock_guard<std::mutex> guard(m_notification.mutex);
-        m_notification.told = true;
-        m_notification.hostent = in_hostent;
-        m_notification.status = in_status;
-        m_notification.cond.notify_all();
+        std::lock_guard<std::mutex> guard(m_pNotification->mutex);
+        m_pNotification->told = true;
+        m_pNotification->hostent = in_hostent;
+        m_pNotification->status = in_status;
+        m_pNotification->cond.notify_all();
         return true;
     }
 
 private:
-    Notification& m_notification;  // outlives the callback: the command waits for it
+    std::shared_ptr<Notification> m_pNotification;  // shared with the waiting command
 };
+
+// How long the command waits for an asynchronous request's notification
+// beyond its time-out before it gives up on it.
+const std::chrono::seconds kNotificationGrace(10);
+
+// Resolves through the callback form and waits for its one notification.
+// A refused request (library not running, DNS mode) leaves the callback with
+// the command, which destroys it; otherwise the library tells the callback
+// once and destroys it, so a request without a time-out waits for that.
+bool resolveAsync(HostNameServer& io_server, const std::string& in_name, const ACE_Time_Value& in_timeout,
+                  long in_timeoutMs, bool in_useCache, Hostent& out_hostent, std::string& out_statusText,
+                  std::ostream& io_err) {
+    auto pNotification = std::make_shared<Notification>();
+    WaitingCallback* pCallback = new WaitingCallback(pNotification);
+    if (!io_server.resolve(in_name.c_str(), pCallback, in_timeout, in_useCache) &&
+        (io_server.isDnsMode() || io_server.getTaskState() != Tarvik::Task::RUNNING)) {
+        delete pCallback;
+    }
+    std::unique_lock<std::mutex> lock(pNotification->mutex);
+    const auto arrived = [&] { return pNotification->told || pNotification->gone; };
+    if (in_timeoutMs < 0) {
+        pNotification->cond.wait(lock, arrived);
+    } else if (!pNotification->cond.wait_for(lock, std::chrono::milliseconds(in_timeoutMs) + kNotificationGrace,
+                                             arrived)) {
+        io_err << "corvane-net resolve: no notification for " << in_name << " within "
+               << in_timeoutMs + kNotificationGrace.count() * 1000 << " ms\n";
+    }
+    out_hostent = pNotification->hostent;
+    if (pNotification->told && pNotification->timedOut) {
+        out_statusText = "CALLBACK_TIMEOUT";
+        return false;
+    }
+    out_statusText = Hostent::getGetHostByNameStatusString(pNotification->status);
+    return pNotification->told && pNotification->status == Hostent::GHBN_SUCCESS && out_hostent.isValid();
+}
 
 Json describe(const std::string& in_name, bool in_ok, const std::string& in_status, const Hostent& in_hostent,
               double in_elapsedMs) {
@@ -118,16 +164,7 @@ int runResolve(const std::vector<std::string>& in_args, CommandContext& io_ctx) 
         std::string statusText;
         Hostent hostent;
         if (async) {
-            Notification notification;
-            if (!server.resolve(name.c_str(), new WaitingCallback(notification), timeout, useCache)) {
-                // Refused or answered from the cache: the callback may have been told already.
-            }
-            std::unique_lock<std::mutex> lock(notification.mutex);
-            notification.cond.wait(lock, [&] { return notification.told; });
-            hostent = notification.hostent;
-            statusText = notification.timedOut ? "CALLBACK_TIMEOUT"
-                                               : Hostent::getGetHostByNameStatusString(notification.status);
-            ok = !notification.timedOut && notification.status == Hostent::GHBN_SUCCESS && hostent.isValid();
+            ok = resolveAsync(server, name, timeout, timeoutMs, useCache, hostent, statusText, *io_ctx.err);
         } else {
             Hostent::GetHostByNameStatus ghbnStatus = Hostent::GHBN_OTHER_ERROR;
             ok = server.resolve(name.c_str(), hostent, ghbnStatus, timeout, useCache);

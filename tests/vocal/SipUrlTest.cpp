@@ -327,15 +327,14 @@ TEST(SipUrl, SetUserValueChoosesTheUserClassByTheUserParameter) {
 TEST(SipUrl, ParameterNamesAndLooseRoutingCompareUpToTheFirstNul) {
     const struct {
         std::string input;
-        const char* fields;
+        const char* encode;
     } rows[] = {
-        {withNul("sip:a@h;transport\0x=tcp"), "user=0:a host=h transport=tcp"},
-        {withNul("sip:a@h;ttl=1;lr\0x"), "user=0:a host=h ttl=1 lr"},
-        {withNul("sip:5@h;user=phone;isub\0x=7"), "user=1:5;isub=7 host=h userParam=phone"},
+        {withNul("sip:a@h;transport\0x=tcp"), "sip:a@h;transport=tcp"},
+        {withNul("sip:a@h;ttl=1;lr\0x"), "sip:a@h;ttl=1;lr"},
+        {withNul("sip:5@h;user=phone;isub\0x=7"), "sip:5@h;user=phone;isub=7"},
     };
     for (const auto& row : rows) {
-        const CountedPtr<BaseUrl> url = BaseUrl::decode(TextBuffer(row.input));
-        EXPECT_EQ(describe(asSip(url)), row.fields) << row.input;
+        EXPECT_EQ(BaseUrl::decode(TextBuffer(row.input))->encode().str(), row.encode) << row.input;
     }
 }
 

@@ -39,8 +39,15 @@ StaticHostNameServer::StaticHostNameServer() : HostNameServer(1), SharedTaskImpl
     setName("Static HostNameServer");
 }
 
+StaticHostNameServer::~StaticHostNameServer() {
+    stopTask();
+    waitTask();
+}
+
 HostNameServer& HostNameServer::getInstance() {
-    static ACE_TSS<SingletonSlot>* s_pSlot = new ACE_TSS<SingletonSlot>;  // lives for the process
+    // Lives for the process. Given a first value, the slot makes its key here,
+    // under the static's guard, rather than lazily on each thread's first use.
+    static ACE_TSS<SingletonSlot>* s_pSlot = new ACE_TSS<SingletonSlot>(new SingletonSlot);
     SingletonSlot* pSlot = *s_pSlot;
     StaticHostNameServer** ppSingleton = &pSlot->pServer;
     if (*ppSingleton != nullptr && pSlot->generation == s_generation.load(std::memory_order_acquire)) {

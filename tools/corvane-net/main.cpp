@@ -89,6 +89,15 @@ void applyLogging(const GlobalOptions& in_options) {
     Tarvik::setRootLogLevel(level);
 }
 
+// True when a parse error is about one of the global options (CLI11 names the
+// option first), which a command's usage would not explain.
+bool isAboutGlobalOption(const CLI::App& in_app, const std::string& in_message) {
+    for (const CLI::Option* pOption : in_app.get_options()) {
+        if (in_message.rfind(pOption->get_name() + ":", 0) == 0) return true;
+    }
+    return false;
+}
+
 int usageError(const std::string& in_where, const std::string& in_message) {
     std::cerr << in_where << ": " << in_message << "\n"
               << "Try '" << in_where << " --help'.\n";
@@ -135,12 +144,24 @@ int main(int argc, char** argv) {
         std::cout << e.what() << "\n";
         return 0;
     } catch (const CLI::ParseError& e) {
+        if (argc == 1) {
+            std::cerr << app.help();
+            return 2;
+        }
+        const std::string message = e.what();
         const std::vector<CLI::App*> chosen = app.get_subcommands();
-        if (!chosen.empty()) return usageError("corvane-net " + chosen[0]->get_name(), e.what());
-        if (!app.remaining().empty()) return usageError("corvane-net", "unknown command \"" + app.remaining()[0] + "\"");
-        if (argc > 1) return usageError("corvane-net", e.what());
-        std::cerr << app.help();
-        return 2;
+        if (!chosen.empty() && !isAboutGlobalOption(app, message)) {
+            return usageError("corvane-net " + chosen[0]->get_name(), message);
+        }
+        if (chosen.empty() && !app.remaining().empty()) {
+            const std::string first = app.remaining()[0];
+            return usageError("corvane-net", first[0] == '-' ? "unknown option " + first
+                                                             : "unknown command \"" + first + "\"");
+        }
+        if (chosen.empty() && dynamic_cast<const CLI::RequiredError*>(&e) != nullptr) {
+            return usageError("corvane-net", "a COMMAND is required");
+        }
+        return usageError("corvane-net", message);
     }
 
     applyLogging(options);

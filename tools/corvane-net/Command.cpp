@@ -55,6 +55,24 @@ CommandRegistrar::CommandRegistrar(const Command& in_command) {
 const std::vector<Command>& commands() { return registry(); }
 
 std::string dumpJson(const Json& in_value) {
+    // One line, with a blank after every ":" and ",", as scripts have always
+    // read it; the library writes the texts and numbers.
+    if (in_value.is_object()) {
+        std::string out = "{";
+        for (const auto& member : in_value.items()) {
+            if (out.size() > 1) out += ", ";
+            out += dumpJson(Json(member.key())) + ": " + dumpJson(member.value());
+        }
+        return out + "}";
+    }
+    if (in_value.is_array()) {
+        std::string out = "[";
+        for (const Json& element : in_value) {
+            if (out.size() > 1) out += ", ";
+            out += dumpJson(element);
+        }
+        return out + "]";
+    }
     return in_value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 

@@ -15,7 +15,6 @@ int runParams(CommandContext& io_ctx) {
         Json item = Json::object();
         item["name"] = info.name;
         item["type"] = Tarvik::getParameterTypeName(info.type);
-        item["typeCode"] = info.type;
         item["default"] = info.hasDefault ? Json(info.defaultValue) : Json();
         item["description"] = info.description;
         io_ctx.emit(item);

@@ -1,5 +1,6 @@
 // corvane-net resolve: names through the library's resolver.
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <iostream>
 #include <memory>
@@ -99,51 +100,39 @@ bool resolveAsync(HostNameServer& io_server, const std::string& in_name, const A
 Json describe(const std::string& in_name, bool in_ok, const std::string& in_status, const Hostent& in_hostent,
               double in_elapsedMs) {
     Json item = Json::object();
-    item.set("name", in_name);
-    item.set("ok", in_ok);
-    item.set("status", in_status);
+    item["name"] = in_name;
+    item["ok"] = in_ok;
+    item["status"] = in_status;
     Json addresses = Json::array();
     for (size_t i = 0; i < in_hostent.getNumAddress(); ++i) {
         std::string address;
-        if (in_hostent.getAddress(i, address)) addresses.push(address);
+        if (in_hostent.getAddress(i, address)) addresses.push_back(address);
     }
-    item.set("addresses", addresses);
+    item["addresses"] = addresses;
     std::string primary;
-    item.set("primary", in_hostent.getPrimaryOrFirstAddress(primary) ? Json(primary) : Json());
+    item["primary"] = in_hostent.getPrimaryOrFirstAddress(primary) ? Json(primary) : Json();
     std::ostringstream printed;
     in_hostent.write(printed);
-    item.set("hostent", printed.str());
-    item.set("elapsedMs", in_elapsedMs);
+    item["hostent"] = printed.str();
+    item["elapsedMs"] = std::round(in_elapsedMs * 1000) / 1000;  // microseconds
     return item;
 }
 
-int runResolve(const std::vector<std::string>& in_args, CommandContext& io_ctx) {
-    long timeoutMs = 2000;
-    long sleepMs = 0;
-    bool useCache = true;
-    bool async = false;
-    std::vector<std::string> names;
-    for (size_t i = 0; i < in_args.size(); ++i) {
-        const std::string& arg = in_args[i];
-        if (arg == "--timeout" || arg == "--sleep-ms") {
-            if (i + 1 >= in_args.size()) throw UsageError(arg + " needs a number of milliseconds");
-            const long value = parseNumberOption(arg, in_args[++i]);
-            if (arg == "--timeout") {
-                timeoutMs = value;
-            } else {
-                if (value < 0) throw UsageError("--sleep-ms takes a number >= 0");
-                sleepMs = value;
-            }
-        } else if (arg == "--no-cache") {
-            useCache = false;
-        } else if (arg == "--async") {
-            async = true;
-        } else if (arg.size() > 1 && arg[0] == '-') {
-            throw UsageError("unknown option " + arg);
-        } else {
-            names.push_back(arg);
-        }
-    }
+// The resolve command's options.
+struct ResolveOptions {
+    long timeoutMs = 2000;            // --timeout MS; negative: none
+    long sleepMs = 0;                 // --sleep-ms N between items
+    bool noCache = false;             // --no-cache
+    bool async = false;               // --async: the callback form
+    std::vector<std::string> names;   // the names, "-" for standard input
+};
+
+int runResolve(const ResolveOptions& in_options, CommandContext& io_ctx) {
+    const long timeoutMs = in_options.timeoutMs;
+    const long sleepMs = in_options.sleepMs;
+    const bool useCache = !in_options.noCache;
+    const bool async = in_options.async;
+    std::vector<std::string> names = in_options.names;
     names = expandItems(names);
     if (names.empty()) throw UsageError("resolve needs at least one NAME");
 
@@ -180,15 +169,25 @@ int runResolve(const std::vector<std::string>& in_args, CommandContext& io_ctx) 
     return status;
 }
 
+CommandRun declareResolve(CLI::App& io_app) {
+    auto options = std::make_shared<ResolveOptions>();
+    addNumberOption(io_app, "--timeout", options->timeoutMs,
+                    "time-out of each resolution (default 2000; negative: none)")
+        ->type_name("MS");
+    io_app.add_flag("--no-cache", options->noCache, "do not use the resolution cache");
+    io_app.add_flag("--async", options->async, "use the callback form and wait for its one notification");
+    addNumberOption(io_app, "--sleep-ms", options->sleepMs, "pause between items, to let background work finish")
+        ->type_name("N")
+        ->check(notNegative("takes a number >= 0"));
+    io_app.add_option("NAME", options->names, "the names; - reads them from standard input")->required();
+    return [options](CommandContext& io_ctx) { return runResolve(*options, io_ctx); };
+}
+
 const CommandRegistrar s_registrar(
-    {"resolve", 30, "resolve [--timeout MS] [--no-cache] [--async] [--sleep-ms N] NAME...",
+    {"resolve", 30, "resolve names through the library's resolver",
      "Starts the library and resolves each NAME (\"-\" reads names from standard input) through\n"
-     "HostNameServer::resolve, one after another.\n"
-     "  --timeout MS   time-out of each resolution (default 2000; negative: none)\n"
-     "  --no-cache     do not use the resolution cache\n"
-     "  --async        use the callback form and wait for its one notification\n"
-     "  --sleep-ms N   pause between items, to let background work finish",
-     runResolve});
+     "HostNameServer::resolve, one after another.",
+     declareResolve});
 
 }  // namespace
 }  // namespace corvane

@@ -82,7 +82,7 @@ TEST(UrlCommand, JsonTextIsUtf8AndInvalidBytesBecomeReplacementCharacters) {
         SCOPED_TRACE(row.shown);
         const auto run = runTool({"--json", "url", row.url});
         ASSERT_EQ(run.lines.size(), 1u) << run.out;
-        EXPECT_EQ(run.lines[0].rfind("{\"input\":\"" + row.shown + "\",", 0), 0u) << run.lines[0];
+        EXPECT_EQ(run.lines[0].rfind("{\"input\": \"" + row.shown + "\",", 0), 0u) << run.lines[0];
         EXPECT_NO_THROW(Json::parse(run.lines[0]));
     }
 }

@@ -23,4 +23,5 @@ for variant in normal address thread; do
   (cd "$dir" && ctest --output-on-failure -j"$jobs" --timeout 600) || status=1
   echo "$variant tests ran in $(( $(date +%s) - start )) s"
 done
+"$root/scripts/test-size.sh"
 exit $status

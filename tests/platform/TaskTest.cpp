@@ -83,21 +83,23 @@ protected:
 
 }  // namespace
 
-TEST(ReactorPool, HooksRunOncePerRunWhateverTheThreadCount) {
-    for (size_t threads : {1u, 2u, 4u, 8u}) {
+TEST(ReactorPool, HooksRunOncePerRunWhateverTheThreadCountAndARestartJoinsTheRunBefore) {
+    for (size_t threads : {1u, 3u, 8u}) {
         SCOPED_TRACE(threads);
         HookedPool pool(threads);
         RequestCounts counts;
         for (int run = 1; run <= 3; ++run) {
             ASSERT_TRUE(pool.startAndWaitRunning());
+            EXPECT_FALSE(pool.start());  // already running
+            EXPECT_EQ(pool.exits, run - 1);  // the run before ended before this one began
             for (int i = 0; i < 40; ++i) ASSERT_TRUE(pool.enqueue(new CountedRequest(counts), "test"));
             ASSERT_TRUE(waitFor([&] { return counts.called == 40 * run; }));
-            pool.stop();
-            ASSERT_TRUE(pool.waitUntilDone());
-            EXPECT_EQ(pool.entries, run);
-            EXPECT_EQ(pool.exits, run);
-            EXPECT_EQ(pool.getTaskState(), Task::STOPPED_STATE);
+            pool.stop();  // the next start comes without a wait
         }
+        ASSERT_TRUE(pool.waitUntilDone());
+        EXPECT_EQ(pool.entries, 3);
+        EXPECT_EQ(pool.exits, 3);
+        EXPECT_EQ(pool.getTaskState(), Task::STOPPED_STATE);
         EXPECT_EQ(counts.destroyed, counts.created);
     }
 }
@@ -211,19 +213,6 @@ TEST(ReactorPool, PoolThreadCannotWaitForNorRestartItsOwnPool) {
     EXPECT_EQ(pool.entries, 1);
 }
 
-TEST(ReactorPool, StartRightAfterStopJoinsThePreviousRunFirst) {
-    HookedPool pool(3);
-    RequestCounts counts;
-    ASSERT_TRUE(pool.startAndWaitRunning());
-    EXPECT_FALSE(pool.start());  // already running
-    pool.stop();
-    ASSERT_TRUE(pool.startAndWaitRunning());
-    EXPECT_EQ(pool.exits, 1);  // the first run ended before the second began
-    EXPECT_EQ(pool.entries, 2);
-    ASSERT_TRUE(pool.enqueue(new CountedRequest(counts), "test"));
-    ASSERT_TRUE(waitFor([&] { return counts.called == 1; }));
-}
-
 TEST(ReactorPool, ThreadCountIsFixedWhileRunningAndConfigureRefusesANullHandle) {
     HookedPool pool(2);
     EXPECT_FALSE(pool.setNumThread(0));
@@ -237,7 +226,7 @@ TEST(ReactorPool, ThreadCountIsFixedWhileRunningAndConfigureRefusesANullHandle) 
 }
 
 TEST(ReactorPool, EveryRequestRunsOrIsDestroyedExactlyOnceWhenStopRacesEnqueue) {
-    for (int round = 0; round < 5; ++round) {
+    for (int round = 0; round < 3; ++round) {
         SCOPED_TRACE(round);
         RequestCounts counts;
         std::atomic<int> accepted{0};

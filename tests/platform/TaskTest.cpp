@@ -1,13 +1,18 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <string>
 #include <functional>
 #include <mutex>
 #include <thread>
 #include <vector>
 
 #include "platform/ManageableTaskImplBase.h"
+#include "platform/Thread.h"
 #include "support/BoundedWait.h"
+#include "support/LogCapture.h"
 
 using namespace Tarvik;
 using corvane_test::Gate;
@@ -305,4 +310,28 @@ TEST(ReactorPool, StartMayBeCalledHoldingALockTheEntryHookTakes) {
         ASSERT_TRUE(pool.waitUntilDone());
     }
     EXPECT_EQ(pool.entries, 2);
+}
+
+TEST(ReactorPool, FailedThreadCreationUndoesTheStartAndTheNextStartWorks) {
+    // Threads made before the refusal -> the error's count of missing threads.
+    for (int made : {0, 2}) {
+        SCOPED_TRACE(made);
+        corvane_test::LogCapture capture;
+        HookedPool pool(4);
+        std::atomic<int> attempts{0};
+        setThreadCreationFaultForTest([&] { return attempts++ >= made; });
+        EXPECT_FALSE(pool.start());
+        setThreadCreationFaultForTest({});
+        ASSERT_TRUE(pool.waitUntilDone());
+        EXPECT_EQ(pool.getTaskState(), Task::STOPPED_STATE);
+        EXPECT_EQ(pool.exits, made == 0 ? 0 : 1);  // the last thread out of a partial start runs the exit hook
+        EXPECT_TRUE(capture.contains(40000, "StaticReactorTaskImpl::start : test.HookedPool : cannot make a thread (" +
+                                                          std::to_string(4 - made) + " missing) : " + std::strerror(EAGAIN)));
+        RequestCounts counts;
+        EXPECT_FALSE(pool.enqueue(new CountedRequest(counts), "refused"));
+        EXPECT_EQ(counts.destroyed, 1);
+        ASSERT_TRUE(pool.startAndWaitRunning());
+        ASSERT_TRUE(pool.enqueue(new CountedRequest(counts), "test"));
+        ASSERT_TRUE(waitFor([&] { return counts.called == 1; }));
+    }
 }

@@ -16,12 +16,10 @@
 #include "support/AresChannel.h"
 #include "support/AssertCapture.h"
 #include "support/DnsResponder.h"
-#include "support/Dnsmasq.h"
 
 using namespace std::chrono_literals;
 using corvane_test::AresChannel;
 using corvane_test::DnsResponder;
-using corvane_test::Dnsmasq;
 using Tarvik::AresReactorTask;
 using Tarvik::Task;
 namespace dns = corvane_test::dns;
@@ -117,7 +115,7 @@ std::vector<Tally::Outcome*> searchEachAndStop(Tally& io_tally, const Cases& in_
     return outcomes;
 }
 
-std::vector<std::string> addressesOf(const std::vector<unsigned char>& in_answer, std::vector<int>* out_pTtls = nullptr) {
+std::vector<std::string> addressesOf(const std::vector<unsigned char>& in_answer) {
     std::vector<std::string> out;
     ares_addrttl ttls[16];
     int count = 16;
@@ -126,7 +124,6 @@ std::vector<std::string> addressesOf(const std::vector<unsigned char>& in_answer
     for (int i = 0; i < count; ++i) {
         char text[INET_ADDRSTRLEN];
         out.push_back(inet_ntop(AF_INET, &ttls[i].ipaddr, text, sizeof text));
-        if (out_pTtls != nullptr) out_pTtls->push_back(ttls[i].ttl);
     }
     return out;
 }
@@ -200,47 +197,14 @@ TEST(AresReactorTask, EveryServerBehaviourGivesExactlyOneCallback) {
     EXPECT_EQ(queries[0].dnsClass, dns::CLASS_IN);
 }
 
-TEST(AresReactorTask, AnswersFromDnsmasqComeOnTheLoopThread) {
-    Dnsmasq dnsmasq("127.53.1.2");
-    dnsmasq.hostRecord("a.test", {"10.0.0.1"}).hostRecord("multi.test", {"10.0.0.2", "10.0.0.3"}, 77);
-    dnsmasq.cname("alias.test", "a.test").localTtl(5);
-    startServer(dnsmasq);
-    AresChannel channel(dnsmasq.address());
-    RunningTask running(channel);
-    const struct {
-        const char* name;
-        int status;
-        size_t addresses;
-        int ttl;  // -1: not checked
-    } cases[] = {{"a.test", ARES_SUCCESS, 1, 5},
-                 {"multi.test", ARES_SUCCESS, 2, 77},
-                 {"alias.test", ARES_SUCCESS, 1, -1},
-                 {"A.TEST", ARES_SUCCESS, 1, 5},
-                 {"nothere.test", ARES_ENOTFOUND, 0, -1}};
-    Tally tally;
-    const auto outcomes = searchEachAndStop(tally, cases);
-    for (size_t i = 0; i < std::size(cases); ++i) {
-        SCOPED_TRACE(cases[i].name);
-        EXPECT_EQ(outcomes[i]->calls, 1);
-        EXPECT_EQ(outcomes[i]->status, cases[i].status) << ares_strerror(outcomes[i]->status);
-        std::vector<int> ttls;
-        EXPECT_EQ(addressesOf(outcomes[i]->answer, &ttls).size(), cases[i].addresses);
-        if (cases[i].ttl >= 0) {
-            EXPECT_EQ(ttls, std::vector<int>(cases[i].addresses, cases[i].ttl));
-        }
-        EXPECT_NE(outcomes[i]->thread, std::this_thread::get_id());
-        EXPECT_EQ(outcomes[i]->thread, outcomes[0]->thread);
-    }
-}
-
 TEST(AresReactorTask, StopCancelsQueriesInFlightOnceEach) {
     DnsResponder responder("127.53.1.3");
     startServer(responder);  // answers nothing
     AresChannel channel(responder.address(), 10000, 1);
     RunningTask running(channel);
     Tally tally;
-    const auto outcomes = searchNumbered(tally, "hang", 50);
-    for (int i = 0; i < 50; ++i) ASSERT_TRUE(responder.waitForQueries("hang" + std::to_string(i) + ".test", 1, 10s));
+    const auto outcomes = searchNumbered(tally, "hang", 10);
+    for (int i = 0; i < 10; ++i) ASSERT_TRUE(responder.waitForQueries("hang" + std::to_string(i) + ".test", 1, 10s));
     EXPECT_EQ(tally.calls(), 0u);
     EXPECT_TRUE(task().stop());
     ASSERT_TRUE(task().waitUntilDone());
@@ -341,24 +305,23 @@ TEST(AresReactorTask, SearchWhileNotRunningIsCancelledOnTheCallersThread) {
 }
 
 TEST(AresReactorTask, ManyThreadsSearchingAtOnceGetOneCallbackPerSearch) {
-    Dnsmasq dnsmasq("127.53.1.6");
-    dnsmasq.hostRecord("a.test", {"10.0.0.1"}).hostRecord("b.test", {"10.0.0.2"});
-    startServer(dnsmasq);
-    AresChannel channel(dnsmasq.address(), 2000, 3);
+    DnsResponder responder("127.53.1.6");
+    responder.setDefault({DnsResponder::rcodeReply(dns::RCODE_NXDOMAIN)});
+    startServer(responder);
+    AresChannel channel(responder.address(), 2000, 3);
     RunningTask running(channel);
-    const int threads = 8, perThread = 200;
-    const char* const names[] = {"a.test", "b.test", "nothere.test"};
+    const int threads = 4, perThread = 50;
     Tally tally;
     std::vector<std::vector<Tally::Outcome*>> outcomes(threads);
     for (auto& list : outcomes)
         for (int i = 0; i < perThread; ++i) list.push_back(tally.add());
     std::vector<std::thread> searchers;
     for (int t = 0; t < threads; ++t) {
-        // At most 16 in flight per thread: a larger burst overflows the server's socket buffer.
-        searchers.emplace_back([&, t] {
+        searchers.emplace_back([&, t] {  // at most 16 in flight per thread
             for (int i = 0; i < perThread; ++i) {
                 if (i >= 16 && !tally.waitFor(outcomes[t][i - 16])) return;
-                task().search(names[(t + i) % 3], 1, 1, &Tally::callback, outcomes[t][i]);
+                task().search(("m" + std::to_string(t * 1000 + i) + ".test").c_str(), 1, 1, &Tally::callback,
+                              outcomes[t][i]);
             }
         });
     }
@@ -366,34 +329,39 @@ TEST(AresReactorTask, ManyThreadsSearchingAtOnceGetOneCallbackPerSearch) {
     ASSERT_TRUE(tally.waitForCalls(threads * perThread, 60s)) << tally.calls();
     task().stop();
     ASSERT_TRUE(task().waitUntilDone());
-    for (int t = 0; t < threads; ++t) {
-        for (int i = 0; i < perThread; ++i) {
-            ASSERT_EQ(outcomes[t][i]->calls, 1) << t << " " << i;
-            ASSERT_EQ(outcomes[t][i]->status, (t + i) % 3 == 2 ? ARES_ENOTFOUND : ARES_SUCCESS) << t << " " << i;
-        }
-    }
+    for (const auto& list : outcomes)
+        for (const Tally::Outcome* o : list) EXPECT_TRUE(o->calls == 1 && o->status == ARES_ENOTFOUND);
     EXPECT_EQ(tally.calls(), static_cast<size_t>(threads * perThread));
+    EXPECT_GE(responder.totalQueries(), threads * perThread);
 }
 
-TEST(AresReactorTask, RestartsAfterStopWithTheSameOrAnotherChannel) {
-    Dnsmasq dnsmasq("127.53.1.7");
-    dnsmasq.hostRecord("a.test", {"10.0.0.1"});
-    startServer(dnsmasq);
-    AresChannel first(dnsmasq.address()), second(dnsmasq.address());
+TEST(AresReactorTask, LifecycleRefusesWhatItCannotDoAndRestartsWithTheSameOrAnotherChannel) {
+    corvane_test::AssertCapture asserts;
+    DnsResponder responder("127.53.1.8");
+    responder.setDefault({DnsResponder::rcodeReply(dns::RCODE_NXDOMAIN)});
+    startServer(responder);
+    AresChannel first(responder.address()), second(responder.address());
+    EXPECT_EQ(task().getTaskState(), Task::STOPPED_STATE);
+    EXPECT_TRUE(task().waitUntilDone());  // never started
+    EXPECT_TRUE(task().stop());           // already stopped
+    EXPECT_FALSE(task().start());         // no channel
     Tally tally;
     for (ares_channel channel : {first.get(), first.get(), second.get()}) {
         ASSERT_TRUE(task().setChannel(channel));
         ASSERT_TRUE(task().start());
         EXPECT_EQ(task().getTaskState(), Task::RUNNING);
+        EXPECT_FALSE(task().start());
+        EXPECT_FALSE(task().setChannel(first.get()));  // the channel is the loop's
+        EXPECT_FALSE(task().setChannel(nullptr));
         Tally::Outcome* o = search(tally, "a.test");
         ASSERT_TRUE(tally.waitFor(o));
         EXPECT_TRUE(task().stop());
         EXPECT_TRUE(task().waitUntilDone());
         EXPECT_TRUE(task().waitUntilDone());  // twice is fine
         EXPECT_EQ(task().getTaskState(), Task::STOPPED_STATE);
-        EXPECT_EQ(o->calls, 1);
-        EXPECT_EQ(o->status, ARES_SUCCESS);
+        EXPECT_EQ(o->status, ARES_ENOTFOUND);
     }
+    EXPECT_EQ(asserts.texts(), std::vector<std::string>(6, "m_state == STOPPED_STATE"));
     // Started again without waiting in between: start joins the ended thread.
     ASSERT_TRUE(task().start());
     task().stop();
@@ -401,26 +369,15 @@ TEST(AresReactorTask, RestartsAfterStopWithTheSameOrAnotherChannel) {
     ASSERT_TRUE(task().start());
     task().stop();
     EXPECT_TRUE(task().waitUntilDone());
-    task().setChannel(nullptr);
-}
-
-TEST(AresReactorTask, LifecycleRefusesWhatItCannotDo) {
-    corvane_test::AssertCapture asserts;
-    DnsResponder responder("127.53.1.8");
-    startServer(responder);
-    AresChannel channel(responder.address());
+    // Releasing the channel the task runs on stops the task and takes the channel back.
+    ASSERT_TRUE(task().setChannel(first.get()));
+    ASSERT_TRUE(task().start());
+    AresReactorTask::releaseChannel(second.get());
+    AresReactorTask::releaseChannel(nullptr);
+    EXPECT_EQ(task().getTaskState(), Task::RUNNING);
+    AresReactorTask::releaseChannel(first.get());
     EXPECT_EQ(task().getTaskState(), Task::STOPPED_STATE);
-    EXPECT_TRUE(task().waitUntilDone());  // never started
-    EXPECT_TRUE(task().stop());           // already stopped
-    EXPECT_FALSE(task().start());         // no channel
-    {
-        RunningTask running(channel);
-        EXPECT_EQ(task().getTaskState(), Task::RUNNING);
-        EXPECT_FALSE(task().start());
-        EXPECT_FALSE(task().setChannel(channel.get()));  // the channel is the loop's
-        EXPECT_FALSE(task().setChannel(nullptr));
-    }
-    EXPECT_EQ(asserts.texts(), (std::vector<std::string>{"m_state == STOPPED_STATE", "m_state == STOPPED_STATE"}));
+    EXPECT_FALSE(task().start());  // no channel
     EXPECT_TRUE(task().kill());
 }
 

@@ -38,7 +38,17 @@ struct GlobalConfigTest : ::testing::Test {
 
 }  // namespace
 
-TEST_F(GlobalConfigTest, DuplicateRegistrationThrowsNamingTheParameter) {
+TEST_F(GlobalConfigTest, RegistrationKeepsEveryFieldAndADuplicateThrowsNamingTheParameter) {
+    ParameterInfo info;
+    if (!ParameterInfoDB::getInstance().find("test.flags", info))
+        ParameterInfoDB::getNonConstInstance().registerParameter("test.flags", PARAM_TYPE_TEXT, "x", false, true, true,
+                                                                 "what it is");
+    ASSERT_TRUE(ParameterInfoDB::getInstance().find("test.flags", info));
+    EXPECT_EQ(info.type, PARAM_TYPE_TEXT);
+    EXPECT_TRUE(info.hasDefault);
+    EXPECT_EQ(info.defaultValue, "x");
+    EXPECT_EQ(std::vector<bool>(info.flags, info.flags + 3), (std::vector<bool>{false, true, true}));
+    EXPECT_EQ(info.description, "what it is");
     try {
         ParameterInfoDB::getNonConstInstance().registerParameter("test.int", PARAM_TYPE_TEXT, nullptr, false, false,
                                                                  false, "again");

@@ -1,13 +1,18 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <string>
 #include <functional>
 #include <mutex>
 #include <thread>
 #include <vector>
 
 #include "platform/ManageableTaskImplBase.h"
+#include "platform/Thread.h"
 #include "support/BoundedWait.h"
+#include "support/LogCapture.h"
 
 using namespace Tarvik;
 using corvane_test::Gate;
@@ -83,21 +88,23 @@ protected:
 
 }  // namespace
 
-TEST(ReactorPool, HooksRunOncePerRunWhateverTheThreadCount) {
-    for (size_t threads : {1u, 2u, 4u, 8u}) {
+TEST(ReactorPool, HooksRunOncePerRunWhateverTheThreadCountAndARestartJoinsTheRunBefore) {
+    for (size_t threads : {1u, 3u, 8u}) {
         SCOPED_TRACE(threads);
         HookedPool pool(threads);
         RequestCounts counts;
         for (int run = 1; run <= 3; ++run) {
             ASSERT_TRUE(pool.startAndWaitRunning());
+            EXPECT_FALSE(pool.start());  // already running
+            EXPECT_EQ(pool.exits, run - 1);  // the run before ended before this one began
             for (int i = 0; i < 40; ++i) ASSERT_TRUE(pool.enqueue(new CountedRequest(counts), "test"));
             ASSERT_TRUE(waitFor([&] { return counts.called == 40 * run; }));
-            pool.stop();
-            ASSERT_TRUE(pool.waitUntilDone());
-            EXPECT_EQ(pool.entries, run);
-            EXPECT_EQ(pool.exits, run);
-            EXPECT_EQ(pool.getTaskState(), Task::STOPPED_STATE);
+            pool.stop();  // the next start comes without a wait
         }
+        ASSERT_TRUE(pool.waitUntilDone());
+        EXPECT_EQ(pool.entries, 3);
+        EXPECT_EQ(pool.exits, 3);
+        EXPECT_EQ(pool.getTaskState(), Task::STOPPED_STATE);
         EXPECT_EQ(counts.destroyed, counts.created);
     }
 }
@@ -211,19 +218,6 @@ TEST(ReactorPool, PoolThreadCannotWaitForNorRestartItsOwnPool) {
     EXPECT_EQ(pool.entries, 1);
 }
 
-TEST(ReactorPool, StartRightAfterStopJoinsThePreviousRunFirst) {
-    HookedPool pool(3);
-    RequestCounts counts;
-    ASSERT_TRUE(pool.startAndWaitRunning());
-    EXPECT_FALSE(pool.start());  // already running
-    pool.stop();
-    ASSERT_TRUE(pool.startAndWaitRunning());
-    EXPECT_EQ(pool.exits, 1);  // the first run ended before the second began
-    EXPECT_EQ(pool.entries, 2);
-    ASSERT_TRUE(pool.enqueue(new CountedRequest(counts), "test"));
-    ASSERT_TRUE(waitFor([&] { return counts.called == 1; }));
-}
-
 TEST(ReactorPool, ThreadCountIsFixedWhileRunningAndConfigureRefusesANullHandle) {
     HookedPool pool(2);
     EXPECT_FALSE(pool.setNumThread(0));
@@ -237,7 +231,7 @@ TEST(ReactorPool, ThreadCountIsFixedWhileRunningAndConfigureRefusesANullHandle) 
 }
 
 TEST(ReactorPool, EveryRequestRunsOrIsDestroyedExactlyOnceWhenStopRacesEnqueue) {
-    for (int round = 0; round < 5; ++round) {
+    for (int round = 0; round < 3; ++round) {
         SCOPED_TRACE(round);
         RequestCounts counts;
         std::atomic<int> accepted{0};
@@ -316,4 +310,28 @@ TEST(ReactorPool, StartMayBeCalledHoldingALockTheEntryHookTakes) {
         ASSERT_TRUE(pool.waitUntilDone());
     }
     EXPECT_EQ(pool.entries, 2);
+}
+
+TEST(ReactorPool, FailedThreadCreationUndoesTheStartAndTheNextStartWorks) {
+    // Threads made before the refusal -> the error's count of missing threads.
+    for (int made : {0, 2}) {
+        SCOPED_TRACE(made);
+        corvane_test::LogCapture capture;
+        HookedPool pool(4);
+        std::atomic<int> attempts{0};
+        setThreadCreationFaultForTest([&] { return attempts++ >= made; });
+        EXPECT_FALSE(pool.start());
+        setThreadCreationFaultForTest({});
+        ASSERT_TRUE(pool.waitUntilDone());
+        EXPECT_EQ(pool.getTaskState(), Task::STOPPED_STATE);
+        EXPECT_EQ(pool.exits, made == 0 ? 0 : 1);  // the last thread out of a partial start runs the exit hook
+        EXPECT_TRUE(capture.contains(40000, "StaticReactorTaskImpl::start : test.HookedPool : cannot make a thread (" +
+                                                          std::to_string(4 - made) + " missing) : " + std::strerror(EAGAIN)));
+        RequestCounts counts;
+        EXPECT_FALSE(pool.enqueue(new CountedRequest(counts), "refused"));
+        EXPECT_EQ(counts.destroyed, 1);
+        ASSERT_TRUE(pool.startAndWaitRunning());
+        ASSERT_TRUE(pool.enqueue(new CountedRequest(counts), "test"));
+        ASSERT_TRUE(waitFor([&] { return counts.called == 1; }));
+    }
 }

@@ -23,7 +23,7 @@ struct DispatchCase {
 TEST(BaseUrlDecode, ChoosesTheClassByTheSchemeInAnyCaseAndEqualLength) {
     const std::string noColon = "parse failed: could not find ':' separating URL type from body";
     const DispatchCase cases[] = {
-        {"sip:alice@hostA", Vocal::SIP_URL, {}},
+        {"sip:alice@hostA;lr;transport=tcp?x=y", Vocal::SIP_URL, {}},
         {"SIP:alice@hostA", Vocal::SIP_URL, {}},
         {"sIp:hostA", Vocal::SIP_URL, {}},
         {"tel:+123", Vocal::TEL_URL, {}},
@@ -44,6 +44,8 @@ TEST(BaseUrlDecode, ChoosesTheClassByTheSchemeInAnyCaseAndEqualLength) {
         const Vocal::CountedPtr<BaseUrl> url = BaseUrl::decode(text);
         ASSERT_FALSE(url.isNull()) << c.input;
         EXPECT_EQ(url->getType(), c.type) << c.input;
+        const char* const names[] = {"SIP_URL", "TEL_URL", "IM_URL", "PRES_URL", "UNKNOWN_URL"};
+        EXPECT_STREQ(Vocal::getUrlTypeName(url->getType()), names[url->getType()]);
         EXPECT_EQ(text.str(), c.input);  // decode leaves its text as it was
         std::vector<std::string> debug;
         for (const auto& record : capture.records()) {
@@ -59,7 +61,9 @@ TEST(BaseUrlDecode, ChoosesTheClassByTheSchemeInAnyCaseAndEqualLength) {
 }
 
 TEST(BaseUrlDecode, PassesTheChosenClassesExceptionToTheCaller) {
+    EXPECT_STREQ(Vocal::getUrlTypeName(static_cast<Vocal::UrlType>(5)), "");
     const std::pair<const char*, const char*> cases[] = {{"sip:a@h:x", "SipUrlParserException"},
+                                                         {"SIP:alice@[::1", "SipUrlParserException"},
                                                          {"tel:", "TelUrlParserException"},
                                                          {"im:someone", "ImpBaseUrlParserException"},
                                                          {"pres:someone", "ImpBaseUrlParserException"}};
@@ -75,13 +79,6 @@ TEST(BaseUrlDecode, PassesTheChosenClassesExceptionToTheCaller) {
         }
         EXPECT_EQ(capture.count(std::string("parse failed: scheme not SIP or TEL: ") + c.first), 0u);
     }
-}
-
-TEST(BaseUrlDecode, TypeNames) {
-    EXPECT_STREQ(Vocal::getUrlTypeName(Vocal::SIP_URL), "SIP_URL");
-    EXPECT_STREQ(Vocal::getUrlTypeName(Vocal::PRES_URL), "PRES_URL");
-    EXPECT_STREQ(Vocal::getUrlTypeName(Vocal::UNKNOWN_URL), "UNKNOWN_URL");
-    EXPECT_STREQ(Vocal::getUrlTypeName(static_cast<Vocal::UrlType>(5)), "");
 }
 
 // The family has no locks: separate URLs on separate threads share only the

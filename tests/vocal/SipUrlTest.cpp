@@ -152,58 +152,6 @@ TEST(SipUrl, TelephoneParametersAfterUserPhoneReachTheNumber) {
     EXPECT_EQ(url->encode().str(), "sip:+1-555@gw;user=phone;isub=12;postd=pp;phone-context=ex;zz=9");
 }
 
-struct FailCase {
-    const char* input;
-    const char* debugLine;  // DEBUG line ahead of the ERR line, or null
-};
-
-TEST(SipUrl, RejectedTextsThrowFromTheConstructorAfterLoggingTheInnerFailure) {
-    const FailCase cases[] = {
-        {"sip:alice@hostA:50a0", nullptr},
-        {"sip:alice@hostA:+5060", nullptr},
-        {"sip:alice@hostA: 5060", nullptr},
-        {"sip:alice@hostA:5060:5070", nullptr},
-        {"sip:alice@[2001:db8::1", nullptr},
-        {"sip:alice@:5060", nullptr},
-        {"sip:;transport=tcp", nullptr},
-        {"sip:alice@;lr", nullptr},
-        {"alice@hostA", "parse failed: could not find ':' separating URL type from body: alice@hostA"},
-        {"sips:alice@hostA", "parse failed: scheme not SIP: sips:alice@hostA"},
-        {"hostA?x:y", "parse failed: could not find ':' separating URL type from body: hostA?x:y"},
-    };
-    for (const FailCase& c : cases) {
-        LogCapture capture;
-        try {
-            SipUrl url{TextBuffer(c.input)};
-            ADD_FAILURE() << "no exception for " << c.input;
-        } catch (const Vocal::SipUrlParserException& e) {
-            EXPECT_EQ(e.getName(), "SipUrlParserException");
-            EXPECT_EQ(e.getDescription(), "failed in Decode");
-            EXPECT_EQ(e.getFileName(), "SipUrl.cpp");
-            EXPECT_EQ(e.getError(), 0u);
-            EXPECT_EQ(e.getParserError(), 0u);
-        }
-        std::vector<std::string> expected;
-        if (c.debugLine != nullptr) expected.push_back(c.debugLine);
-        expected.push_back(std::string("Failed in Decode (SIP_URL): ") + c.input);
-        expected.push_back("Exception at SipUrl.cpp:");  // the decoder's own, code 8
-        expected.push_back("Exception at SipUrl.cpp:");  // the constructor's
-        const auto records = capture.records();
-        ASSERT_EQ(records.size(), expected.size()) << c.input;
-        for (size_t i = 0; i < expected.size(); ++i) {
-            EXPECT_EQ(records[i].message.rfind(expected[i], 0), 0u) << c.input << ": " << records[i].message;
-        }
-        EXPECT_EQ(records[expected.size() - 3].level, 40000) << c.input;
-        EXPECT_NE(records[expected.size() - 2].message.find(" Failed in Decode (SIP_URL)"), std::string::npos);
-        EXPECT_NE(records[expected.size() - 1].message.find(" failed in Decode"), std::string::npos);
-    }
-}
-
-TEST(SipUrl, ThroughDecodeTheConstructorsExceptionReachesTheCaller) {
-    EXPECT_THROW(sip("sip:alice@hostA:50a0"), Vocal::SipUrlParserException);
-    EXPECT_THROW(sip("SIP:alice@[::1"), VException);
-}
-
 TEST(SipUrl, WithTheRethrowSwitchOffThePartlyDecodedUrlIsKept) {
     Vocal::setUrlParserRethrow(false);
     const CountedPtr<BaseUrl> url = sip("sip:alice@hostA:50a0;transport=tcp");
@@ -369,13 +317,6 @@ TEST(SipUrl, Ipv6FlagBracketsTheHostAndPortZeroIsNotWritten) {
     url.setTransportParam("tcp");
     EXPECT_EQ(url.encode().str(), "sip:[2001:db8::1]:5070;transport=tcp");
     EXPECT_EQ(url.encodeAddress().str(), "sip:[2001:db8::1]:5070");
-}
-
-TEST(SipUrl, DecodeLeavesItsTextAsItWas) {
-    const TextBuffer text("sip:alice@hostA;lr;transport=tcp?x=y");
-    const TextBuffer before = text;
-    SipUrl url(text);
-    EXPECT_EQ(text.str(), before.str());
 }
 
 }  // namespace

@@ -37,6 +37,11 @@ TEST(TextBuffer, MatchFindsTheWholeDelimiterAndCutsOnlyWhenAsked) {
         EXPECT_EQ(out.str(), c.out) << c.input;
         EXPECT_EQ(input.str(), c.rest) << c.input;
     }
+    TextBuffer input(std::string("a\0b:c", 5));  // scanning keeps bytes past an embedded NUL
+    TextBuffer out;
+    EXPECT_EQ(input.match(":", &out, true), TextBuffer::FOUND);
+    EXPECT_EQ(out.length(), 3);
+    EXPECT_EQ(input.str(), "c");
 }
 
 struct ParseCase {
@@ -55,6 +60,7 @@ TEST(TextBuffer, ParseCutsAtTheFirstByteOfTheSet) {
         {"hostA", ":;", "", '\0', "hostA"},  // none: empty result, input whole
         {"", "=", "", '\0', ""},
         {"a=b=c", "=", "a", '=', "b=c"},
+        {"user=ip;lr", ":;=", "user", '=', "ip;lr"},  // three bytes and more: the last one counts too
     };
     for (const ParseCase& c : cases) {
         TextBuffer input(c.input);
@@ -65,43 +71,33 @@ TEST(TextBuffer, ParseCutsAtTheFirstByteOfTheSet) {
     }
 }
 
-TEST(TextBuffer, ScanningKeepsBytesPastAnEmbeddedNul) {
-    TextBuffer input(std::string("a\0b:c", 5));
-    TextBuffer out;
-    EXPECT_EQ(input.match(":", &out, true), TextBuffer::FOUND);
-    EXPECT_EQ(out.length(), 3);
-    EXPECT_EQ(input.str(), "c");
-}
-
-TEST(TextBuffer, RemoveSpacesTrimsOnlyBlanksAtBothEnds) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"  transport ", "transport"}, {"a b", "a b"}, {"\ttab\t", "\ttab\t"}, {"   ", ""}, {"", ""}};
-    for (const auto& c : cases) {
+TEST(TextBuffer, TrimsBlanksAndComparesBytesUnsignedUpToTheNul) {
+    const std::pair<const char*, const char*> trims[] = {
+        {"  transport ", "transport"}, {"a b", "a b"}, {"\ttab\t", "\ttab\t"}, {"   ", ""}};
+    for (const auto& c : trims) {
         TextBuffer text(c.first);
         text.removeSpaces();
         EXPECT_EQ(text.str(), c.second) << '"' << c.first << '"';
     }
-}
-
-TEST(TextBuffer, NoCaseEqualityNeedsEqualLength) {
-    EXPECT_TRUE(TextBuffer("SiP").isEqualNoCase("sip"));
-    EXPECT_TRUE(TextBuffer("").isEqualNoCase(""));
-    EXPECT_FALSE(TextBuffer("sips").isEqualNoCase("sip"));
-    EXPECT_FALSE(TextBuffer("sip").isEqualNoCase("sips"));
-    // Only ASCII letters fold: '@' (0x40) and '`' (0x60) differ by the case bit.
-    EXPECT_FALSE(TextBuffer("@").isEqualNoCase("`"));
-    EXPECT_FALSE(TextBuffer("[").isEqualNoCase("{"));
-}
-
-TEST(TextBuffer, ComparisonsUseUnsignedBytesAndAreCaseSensitive) {
-    EXPECT_TRUE(TextBuffer("Alice") < TextBuffer("alice"));
-    EXPECT_TRUE(TextBuffer("z") < TextBuffer("\xe9"));  // 0xe9 is greater than 'z'
-    EXPECT_FALSE(TextBuffer("\xe9") < TextBuffer("z"));
-    EXPECT_TRUE(TextBuffer("") < TextBuffer("a"));
-    EXPECT_TRUE(TextBuffer("abc") == TextBuffer("abc"));
-    EXPECT_TRUE(TextBuffer("abc") != TextBuffer("abC"));
-    // Comparisons stop at the terminating NUL.
-    EXPECT_TRUE(TextBuffer(std::string("a\0x", 3)) == TextBuffer("a"));
+    // a, b, a == b, a < b, equal without case (only ASCII letters fold: '@' and '`' differ by the case bit)
+    const struct {
+        std::string a, b;
+        bool equal, less, equalNoCase;
+    } rows[] = {
+        {"SiP", "sip", false, true, true},        {"sips", "sip", false, false, false},
+        {"sip", "sips", false, true, false},      {"@", "`", false, true, false},
+        {"[", "{", false, true, false},           {"z", "\xe9", false, true, false},
+        {"", "a", false, true, false},            {"abc", "abc", true, false, true},
+        {std::string("a\0x", 3), "a", true, false, false},  // equal up to the NUL; lengths differ
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.a + " " + row.b);
+        EXPECT_EQ(TextBuffer(row.a) == TextBuffer(row.b), row.equal);
+        EXPECT_EQ(TextBuffer(row.a) != TextBuffer(row.b), !row.equal);
+        EXPECT_EQ(TextBuffer(row.a) < TextBuffer(row.b), row.less);
+        EXPECT_FALSE(TextBuffer(row.b) < TextBuffer(row.a) && row.less);
+        EXPECT_EQ(TextBuffer(row.a).isEqualNoCase(row.b.c_str()), row.equalNoCase);
+    }
 }
 
 TEST(TextBuffer, LongTextsGrowOnTheHeapAndCopiesAndMovesKeepEveryByte) {

@@ -64,6 +64,10 @@ TEST(SipTelSubscriberUser, DecodesNumberAndParametersAndRendersEachForm) {
         EXPECT_EQ(user.getLocalForm().str(), c.localForm) << c.input;
         EXPECT_EQ(user.getUserType(), 1);
     }
+    // The telephone alphabet's one-character texts.
+    EXPECT_EQ(Vocal::TEL_PAUSE.str() + Vocal::TEL_WAIT.str() + Vocal::TEL_STAR.str() + Vocal::TEL_HASH.str() +
+                  Vocal::TEL_DTMF_A.str() + Vocal::TEL_DTMF_B.str() + Vocal::TEL_DTMF_C.str() + Vocal::TEL_DTMF_D.str(),
+              "pw*#ABCD");
 }
 
 TEST(SipTelSubscriberUser, RenderingsAreCachedOnFirstRequestAndDecodeKeepsUnsetFields) {
@@ -150,13 +154,6 @@ TEST(NullUser, EqualOnlyToNullUsersAndLessThanEveryOtherUser) {
     EXPECT_TRUE(none()->decode("anything"));
     EXPECT_EQ(none()->encode().str(), "");
     EXPECT_EQ(none()->duplicate()->getUserType(), 2);
-}
-
-TEST(TelephoneAlphabet, OneCharacterTexts) {
-    EXPECT_EQ(Vocal::TEL_PAUSE.str() + Vocal::TEL_WAIT.str() + Vocal::TEL_STAR.str() + Vocal::TEL_HASH.str() +
-                  Vocal::TEL_DTMF_A.str() + Vocal::TEL_DTMF_B.str() + Vocal::TEL_DTMF_C.str() +
-                  Vocal::TEL_DTMF_D.str(),
-              "pw*#ABCD");
 }
 
 }  // namespace

@@ -289,7 +289,11 @@ bool parseAnswer(const unsigned char* in_pMessage, size_t in_uiLength, std::stri
     if (pos != in_uiLength) return Reader::fail("bytes follow the last record", out_strError);
 
     if (rcode == 3) {
+        // The name does not exist: records that came along are not believed.
         set->kind = RecordSet::NXDOMAIN;
+        set->addresses.clear();
+        set->srv.clear();
+        set->naptr.clear();
     } else {
         set->kind = set->size() > 0 ? RecordSet::RECORDS : RecordSet::NODATA;
     }

@@ -78,6 +78,7 @@ const char* const kGlobalUsage =
     "                    (TRACE, DEBUG, INFO, WARN, ERROR, FATAL, OFF; default WARN)\n"
     "  --json            one JSON object per line on standard output\n"
     "  --stats           at exit, print the live objects of every memory account\n"
+    "                    (and the server locator's statistics when it was used)\n"
     "  --help, -h        this text; COMMAND --help tells about one command\n"
     "\n"
     "exit status: 0 every item succeeded, 1 at least one item failed, 2 usage error\n"
@@ -188,7 +189,10 @@ int main(int argc, char** argv) {
         std::cout.flush();
         // Singletons go first, so the figures show what outlived them.
         Tarvik::SingletonRegistry::getInstance().teardown();
-        if (stats) printStats(std::cerr);
+        if (stats) {
+            printStats(std::cerr);
+            if (!ctx.locatorStats.isNull()) std::cerr << "locator-stats " << ctx.locatorStats.dump() << std::endl;
+        }
         return status;
     }
     return usageError("unknown command \"" + name + "\"");

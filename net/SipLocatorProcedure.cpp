@@ -67,16 +67,22 @@ void usableServices(const SipLocatorProcedure::Lookup& in_naptr, bool in_bSecure
     });
 }
 
-bool isHostName(const std::string& in_host) {
-    if (in_host.empty() || in_host.size() > 253) return false;
+// Lower-cases a host name of letters, digits, '-' and '_' in labels of 1 to
+// 63 characters; false for anything else.
+bool lowerHostName(std::string& io_host) {
+    if (io_host.empty() || io_host.size() > 253) return false;
     size_t label = 0;
-    for (char c : in_host) {
+    for (char& c : io_host) {
         if (c == '.') {
             if (label == 0) return false;
             label = 0;
             continue;
         }
-        if (!(std::isalnum(static_cast<unsigned char>(c)) || c == '-' || c == '_')) return false;
+        if (c >= 'A' && c <= 'Z') {
+            c = static_cast<char>(c - 'A' + 'a');
+        } else if (!((c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '_')) {
+            return false;
+        }
         if (++label > 63) return false;
     }
     return label > 0;
@@ -105,6 +111,10 @@ uint64_t SipRandom::upTo(uint64_t in_ullMax) {
 void orderSrvRecords(const std::vector<SipDns::SrvRecord>& in_records, SipRandom& io_random,
                      std::vector<size_t>& out_order) {
     out_order.clear();
+    if (in_records.size() == 1) {
+        out_order.push_back(0);
+        return;
+    }
     std::vector<size_t> byPriority(in_records.size());
     for (size_t i = 0; i < byPriority.size(); ++i) byPriority[i] = i;
     std::stable_sort(byPriority.begin(), byPriority.end(),
@@ -138,14 +148,14 @@ void orderSrvRecords(const std::vector<SipDns::SrvRecord>& in_records, SipRandom
 }
 
 bool SipLocatorProcedure::normalise(const Locator::Request& in_request, Locator::Request& out_request,
-                                    std::string& out_strError) {
+                                    bool& out_bNumeric, std::string& out_strError) {
     Locator::Request request = in_request;
     std::string& host = request.host;
     if (host.size() >= 2 && host.front() == '[' && host.back() == ']') host = host.substr(1, host.size() - 2);
-    for (char& c : host) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     if (host.size() > 1 && host.back() == '.') host.pop_back();
     in6_addr address6;
     in_addr address4;
+    out_bNumeric = true;
     if (host.find(':') != std::string::npos) {
         char text[INET6_ADDRSTRLEN];
         if (inet_pton(AF_INET6, host.c_str(), &address6) != 1 || !inet_ntop(AF_INET6, &address6, text, sizeof text)) {
@@ -153,9 +163,13 @@ bool SipLocatorProcedure::normalise(const Locator::Request& in_request, Locator:
             return false;
         }
         host = text;
-    } else if (inet_pton(AF_INET, host.c_str(), &address4) != 1 && !isHostName(host)) {
+    } else if (!lowerHostName(host)) {
         out_strError = host.empty() ? std::string("no host to locate") : "not a host name: " + in_request.host;
         return false;
+    } else {
+        // Digits and dots only may be an IPv4 address.
+        out_bNumeric = host.find_first_not_of("0123456789.") == std::string::npos &&
+                       inet_pton(AF_INET, host.c_str(), &address4) == 1;
     }
     if (request.port > 65535) {
         out_strError = "not a port: " + std::to_string(request.port);
@@ -172,14 +186,10 @@ bool SipLocatorProcedure::normalise(const Locator::Request& in_request, Locator:
     return true;
 }
 
-SipLocatorProcedure::SipLocatorProcedure(const Locator::Request& in_request, uint64_t in_ullSeed)
-    : m_request(in_request),
-      m_bNumeric([&] {
-          unsigned char buffer[sizeof(in6_addr)];
-          return inet_pton(AF_INET, in_request.host.c_str(), buffer) == 1 ||
-                 inet_pton(AF_INET6, in_request.host.c_str(), buffer) == 1;
-      }()),
-      m_ullSeed(in_ullSeed) {}
+SipLocatorProcedure::SipLocatorProcedure(Locator::Request&& in_request, bool in_bNumeric, uint64_t in_ullSeed)
+    : m_request(std::move(in_request)), m_bNumeric(in_bNumeric), m_ullSeed(in_ullSeed) {
+    m_order.reserve(8);
+}
 
 SipLocatorProcedure::Lookup* SipLocatorProcedure::findLookup(const std::string& in_name, uint16_t in_uiType) {
     for (Lookup& lookup : m_lookups) {
@@ -329,7 +339,8 @@ SipLocatorProcedure::SrvUse SipLocatorProcedure::addSrv(const Lookup& in_lookup,
         return SRV_NOT_OFFERED;
     }
     const uint32_t ttl = std::min(in_uiTtl, in_lookup.ttl);
-    std::vector<size_t> order;
+    // addHost below may run addSrv no more: the scratch order stays whole.
+    std::vector<size_t>& order = m_srvOrder;
     orderSrvRecords(records, m_random, order);
     for (size_t i : order) {
         if (!records[i].target.empty()) addHost(records[i].target, in_transport, records[i].port, in_via, &records[i], ttl);

@@ -71,12 +71,13 @@ public:
     };
 
     // Checks and normalises a request: the host in lower case, without a
-    // trailing dot or IPv6 brackets. False, saying why, when it cannot be located.
-    static bool normalise(const Locator::Request& in_request, Locator::Request& out_request,
+    // trailing dot or IPv6 brackets; out_bNumeric tells whether it is an IP
+    // address. False, saying why, when it cannot be located.
+    static bool normalise(const Locator::Request& in_request, Locator::Request& out_request, bool& out_bNumeric,
                           std::string& out_strError);
 
-    // in_request must be normalised.
-    SipLocatorProcedure(const Locator::Request& in_request, uint64_t in_ullSeed);
+    // in_request as normalise() made it.
+    SipLocatorProcedure(Locator::Request&& in_request, bool in_bNumeric, uint64_t in_ullSeed);
 
     // Runs the procedure over what is known (in_pHosts: the hosts file, may
     // be null). True when it is complete: no lookup pending, or in_bExpired,
@@ -89,6 +90,7 @@ public:
 
     // Results of the last run.
     const std::vector<Locator::Target>& targets() const { return m_targets; }
+    std::vector<Locator::Target>& targets() { return m_targets; }
     // The lookups the last run needed, in its order.
     void steps(std::vector<Locator::Step>& out_steps) const;
     // Why there is no target ("" when there is one).
@@ -128,6 +130,7 @@ private:
     SipRandom m_random;                        // reseeded at every run
     std::vector<size_t> m_order;               // indices into m_lookups, in the run's order of need
     std::vector<Locator::Target> m_targets;    // targets in order
+    std::vector<size_t> m_srvOrder;            // scratch of addSrv, kept to spare allocations
 };
 
 }  // namespace Net

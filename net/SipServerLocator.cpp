@@ -199,7 +199,7 @@ public:
 
     bool start();
     bool stop();
-    bool isRunning() const;
+    bool isRunning() const { return m_bAccepting.load(std::memory_order_acquire); }
     bool locate(const Request& in_request, Result& out_result, const ACE_Time_Value& in_timeout);
     bool locate(const Request& in_request, Callback* in_pCallback, const ACE_Time_Value& in_timeout);
     void reportFailure(const Target& in_target, const ACE_Time_Value& in_duration);
@@ -213,7 +213,7 @@ public:
     }
 
     // For resolutions and queries.
-    bool findInCache(Lookup& io_lookup);
+    bool findInCache(Lookup& io_lookup, int64_t in_now);
     std::shared_ptr<const SipHostsTable> hosts() const { return std::atomic_load(&m_pHosts); }
     void send(const std::shared_ptr<SipLocatorResolution>& in_pResolution, const std::string& in_name, uint16_t in_uiType);
     void unregister(SipLocatorResolution& io_resolution);
@@ -228,7 +228,7 @@ private:
     void reapRetired(bool in_bAll);
     void destroyChannel(LocatorChannel* in_pChannel);
     void notifyTimer();
-    void checkConfiguration();
+    void checkConfiguration(int64_t in_now);
     bool openChannel(const std::string& in_strSource, std::unique_ptr<LocatorChannel>& out_pChannel,
                      std::string& out_strError);
     bool launch(const std::shared_ptr<SipLocatorResolution>& in_pResolution, const ACE_Time_Value& in_timeout);
@@ -237,6 +237,7 @@ private:
 
     mutable std::mutex m_mutex;                      // guards the members below it up to m_timerMutex
     bool m_bRunning = false;                         // requests are accepted
+    std::atomic<bool> m_bAccepting{false};           // m_bRunning, read without the lock
     bool m_bStarting = false;                        // start() is under way
     std::unique_ptr<LocatorChannel> m_pChannel;      // where queries go; null while stopped
     std::vector<std::unique_ptr<LocatorChannel>> m_retired;  // replaced channels finishing their queries
@@ -293,7 +294,7 @@ public:
                 return true;
             }
         }
-        return m_locator.findInCache(io_lookup);
+        return m_locator.findInCache(io_lookup, expiryClock());
     }
 
     // The lookups the last run left pending and not yet asked; marks them asked.
@@ -392,11 +393,6 @@ SipServerLocator::Impl::Impl() : m_cache(kDefaultCacheBound), m_pHosts(std::make
 
 SipServerLocator::Impl::~Impl() { stop(); }
 
-bool SipServerLocator::Impl::isRunning() const {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return m_bRunning;
-}
-
 bool SipServerLocator::Impl::openChannel(const std::string& in_strSource, std::unique_ptr<LocatorChannel>& out_pChannel,
                                          std::string& out_strError) {
     SipLocatorServers servers;
@@ -456,6 +452,7 @@ bool SipServerLocator::Impl::start() {
         }());
         m_pChannel = std::move(pChannel);
         m_bRunning = true;
+        m_bAccepting = true;
         m_bStarting = false;
     }
     return true;
@@ -470,6 +467,7 @@ bool SipServerLocator::Impl::stop() {
     {
         std::lock_guard<std::mutex> guard(m_mutex);
         m_bRunning = false;
+        m_bAccepting = false;
         for (auto& entry : m_resolutions) inFlight.push_back(entry.second);
     }
     for (const std::shared_ptr<SipLocatorResolution>& pResolution : inFlight) pResolution->finish(STOPPED);
@@ -560,12 +558,11 @@ void SipServerLocator::Impl::timerLoop() {
     }
 }
 
-void SipServerLocator::Impl::checkConfiguration() {
+void SipServerLocator::Impl::checkConfiguration(int64_t in_now) {
     static Logger& s_logger = locatorLogger();
     int64_t next = m_nextCheck.load();
-    const int64_t now = expiryClock();
     // One caller checks; the others go on at once.
-    if (now < next || !m_nextCheck.compare_exchange_strong(next, now + kCheckIntervalUs)) return;
+    if (in_now < next || !m_nextCheck.compare_exchange_strong(next, in_now + kCheckIntervalUs)) return;
 
     auto pHosts = std::make_shared<SipHostsTable>();
     readSipHostsFile(sipHostsPath(), *pHosts);
@@ -606,10 +603,10 @@ uint64_t SipServerLocator::Impl::nextSeed() {
     return random.next();
 }
 
-bool SipServerLocator::Impl::findInCache(Lookup& io_lookup) {
+bool SipServerLocator::Impl::findInCache(Lookup& io_lookup, int64_t in_now) {
     SipDns::RecordSetPtr pRecords;
     uint32_t secondsLeft = 0;
-    switch (m_cache.lookup(io_lookup.name, io_lookup.type, expiryClock(), pRecords, secondsLeft)) {
+    switch (m_cache.lookup(io_lookup.name, io_lookup.type, in_now, pRecords, secondsLeft)) {
         case SipRecordCache::MISS:
             m_counters.cacheMisses++;
             io_lookup.cache = Locator::CACHE_MISS;
@@ -637,11 +634,12 @@ namespace {
 // The source of a request's first run, on the caller's thread: the cache only.
 class CacheSource : public SipLocatorProcedure::Source {
 public:
-    explicit CacheSource(SipServerLocator::Impl& in_locator) : m_locator(in_locator) {}
-    bool find(Lookup& io_lookup) override { return m_locator.findInCache(io_lookup); }
+    CacheSource(SipServerLocator::Impl& in_locator, int64_t in_now) : m_locator(in_locator), m_now(in_now) {}
+    bool find(Lookup& io_lookup) override { return m_locator.findInCache(io_lookup, m_now); }
 
 private:
     SipServerLocator::Impl& m_locator;  // whose cache
+    const int64_t m_now;                // the request's time: one clock read for all its look-ups
 };
 
 }  // namespace
@@ -668,9 +666,10 @@ void SipServerLocator::Impl::buildResult(SipLocatorProcedure& in_procedure, Fini
         out_result.error = "the locator stopped";
         return;
     }
-    out_result.targets = in_procedure.targets();
-    applyMarks(out_result.targets);
     out_result.error = in_procedure.error();
+    // The procedure is not run again: its targets move.
+    out_result.targets = std::move(in_procedure.targets());
+    applyMarks(out_result.targets);
     if (!out_result.targets.empty()) {
         out_result.status = LOCATE_OK;
     } else if (in_procedure.expired()) {
@@ -837,15 +836,17 @@ bool SipServerLocator::Impl::locate(const Request& in_request, Callback* in_pCal
         return false;
     }
     Request request;
+    bool bNumeric = false;
     if (!isRunning()) {
         result.status = LOCATE_REFUSED;
         result.error = "the locator is not running";
-    } else if (!SipLocatorProcedure::normalise(in_request, request, result.error)) {
+    } else if (!SipLocatorProcedure::normalise(in_request, request, bNumeric, result.error)) {
         result.status = LOCATE_BAD_REQUEST;
     } else {
-        checkConfiguration();
-        SipLocatorProcedure procedure(request, nextSeed());
-        CacheSource source(*this);
+        const int64_t now = expiryClock();
+        checkConfiguration(now);
+        SipLocatorProcedure procedure(std::move(request), bNumeric, nextSeed());
+        CacheSource source(*this, now);
         const std::shared_ptr<const SipHostsTable> pHosts = hosts();
         if (!procedure.run(source, pHosts.get(), false)) {
             std::shared_ptr<SipLocatorResolution> pResolution(new SipLocatorResolution(*this, std::move(procedure), in_pCallback));
@@ -867,14 +868,16 @@ bool SipServerLocator::Impl::locate(const Request& in_request, Result& out_resul
         out_result.error = "the locator is not running";
         return false;
     }
-    if (!SipLocatorProcedure::normalise(in_request, request, out_result.error)) {
+    bool bNumeric = false;
+    if (!SipLocatorProcedure::normalise(in_request, request, bNumeric, out_result.error)) {
         out_result.status = LOCATE_BAD_REQUEST;
         return false;
     }
-    checkConfiguration();
-    SipLocatorProcedure procedure(request, nextSeed());
+    const int64_t now = expiryClock();
+    checkConfiguration(now);
+    SipLocatorProcedure procedure(std::move(request), bNumeric, nextSeed());
     {
-        CacheSource source(*this);
+        CacheSource source(*this, now);
         const std::shared_ptr<const SipHostsTable> pHosts = hosts();
         if (procedure.run(source, pHosts.get(), false)) {
             buildResult(procedure, COMPLETE, out_result);

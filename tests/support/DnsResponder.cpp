@@ -86,8 +86,9 @@ Bytes naptr(const Bytes& in_owner, uint16_t in_order, uint16_t in_preference, co
             const std::string& in_service, const std::string& in_regexp, const std::string& in_replacement,
             uint32_t in_ttl) {
     const auto text = [](const std::string& in_s) {
-        Bytes out{static_cast<uint8_t>(in_s.size())};
-        out.insert(out.end(), in_s.begin(), in_s.end());
+        Bytes out(in_s.size() + 1);  // the length byte, then the characters
+        out[0] = static_cast<uint8_t>(in_s.size());
+        std::copy(in_s.begin(), in_s.end(), out.begin() + 1);
         return out;
     };
     return record(in_owner, TYPE_NAPTR, in_ttl,

@@ -4,6 +4,7 @@
 // does not depend on them. The caller sends their queries and runs it again
 // when answers come, until nothing is pending. A run with the same lookups
 // and seed gives the same targets, so the final run decides the order.
+// Not thread-safe: a request's procedure is used under its request's lock.
 #pragma once
 
 #include <cstddef>

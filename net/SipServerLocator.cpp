@@ -176,6 +176,7 @@ class SipLocatorResolution;
 
 class SipServerLocator::Impl {
 public:
+    // The statistics, counted without a lock; each as its Statistics field says.
     struct Counters {
         std::atomic<uint64_t> queriesNaptr{0}, queriesSrv{0}, queriesA{0}, queriesAaaa{0};
         std::atomic<uint64_t> answers{0}, timeouts{0}, errors{0}, requestTimeouts{0};

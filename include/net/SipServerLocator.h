@@ -99,10 +99,10 @@ public:
     };
 
     struct Statistics {
-        uint64_t queriesNaptr = 0;         // queries sent, by type
-        uint64_t queriesSrv = 0;
-        uint64_t queriesA = 0;
-        uint64_t queriesAaaa = 0;
+        uint64_t queriesNaptr = 0;         // NAPTR queries sent
+        uint64_t queriesSrv = 0;           // SRV queries sent
+        uint64_t queriesA = 0;             // A queries sent
+        uint64_t queriesAaaa = 0;          // AAAA queries sent
         uint64_t answers = 0;              // answers received (records or negative)
         uint64_t timeouts = 0;             // queries no server answered in time
         uint64_t errors = 0;               // queries that failed otherwise (malformed, refused, cancelled)

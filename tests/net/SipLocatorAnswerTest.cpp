@@ -2,6 +2,7 @@
 // responder: the additional section, negative answers and their SOA, TTL 0,
 // the RFC 2782 weighted order, and malformed answers of every kind.
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -51,29 +52,33 @@ dns::Bytes negativeAnswer(const std::string& in_name, uint16_t in_rcode, uint32_
 
 class SipLocatorAnswers : public corvane_test::SipLocatorTest {
 protected:
-    void SetUp() override {
-        SipLocatorTest::SetUp();
-        startServer(m_responder);
-        setServers(m_responder.address());
-        ASSERT_TRUE(m_locator.start());
-    }
     void TearDown() override {
         SipLocatorTest::TearDown();
-        m_responder.stop();
+        m_pResponder.reset();
     }
+    // A responder on an address of the test's own (tests run in parallel) and
+    // the locator asking it.
+    void serveOn(const std::string& in_address) {
+        m_pResponder = std::make_unique<DnsResponder>(in_address);
+        startServer(*m_pResponder);
+        setServers(in_address);
+        ASSERT_TRUE(m_locator.start());
+    }
+    DnsResponder& responder() { return *m_pResponder; }
     // Queries of a name and type the responder received.
-    int queries(const std::string& in_name, uint16_t in_type) const {
+    int queries(const std::string& in_name, uint16_t in_type) {
         int count = 0;
-        for (const DnsResponder::Query& query : m_responder.queries()) count += query.name == in_name && query.type == in_type;
+        for (const DnsResponder::Query& query : responder().queries()) count += query.name == in_name && query.type == in_type;
         return count;
     }
 
-    DnsResponder m_responder{"127.53.71.1"};
+    std::unique_ptr<DnsResponder> m_pResponder;  // made by serveOn
 };
 
 TEST_F(SipLocatorAnswers, AdditionalRecordsAnswerWithoutQueries) {
-    m_responder.answer("_sip._tcp.add.test", srvAnswer("add.test"));
-    m_responder.answer("nadd.test", naptrAnswer("nadd.test"));
+    serveOn("127.53.71.1");
+    responder().answer("_sip._tcp.add.test", srvAnswer("add.test"));
+    responder().answer("nadd.test", naptrAnswer("nadd.test"));
 
     const Locator::Result srv = locate("sip:add.test;transport=tcp");
     EXPECT_EQ(corvane_test::targets(srv), (std::vector<std::string>{"TCP s1.add.test 10.71.0.1 5060 10/60 SRV",
@@ -99,6 +104,7 @@ TEST_F(SipLocatorAnswers, AdditionalRecordsAnswerWithoutQueries) {
 }
 
 TEST_F(SipLocatorAnswers, NegativeAnswersAreKeptAsTheirSoaSaysAndTtlZeroNever) {
+    serveOn("127.53.71.2");
     const struct Row {
         const char* name;
         dns::Bytes answer;
@@ -114,7 +120,7 @@ TEST_F(SipLocatorAnswers, NegativeAnswersAreKeptAsTheirSoaSaysAndTtlZeroNever) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        m_responder.answer(row.name, row.answer);
+        responder().answer(row.name, row.answer);
         const std::string uri = std::string("sip:") + row.name + ":5060";
         const std::string positive = std::string(row.outcome) == "answer" ? " hit" : " negative-hit";
         const std::string asked = std::string("A ") + row.name + " " + row.outcome;
@@ -135,11 +141,12 @@ TEST_F(SipLocatorAnswers, NegativeAnswersAreKeptAsTheirSoaSaysAndTtlZeroNever) {
         }
         result = locate(uri, Locator::FAMILY_IPV4);
         EXPECT_EQ(corvane_test::steps(result)[0], asked + " miss");
-        EXPECT_EQ(m_responder.queryCount(row.name), 2);
+        EXPECT_EQ(responder().queryCount(row.name), 2);
     }
 }
 
 TEST_F(SipLocatorAnswers, SrvWeightsShareTheFirstPlaceAsRfc2782Says) {
+    serveOn("127.53.71.3");
     // One priority with weights 0, 10, 20 and 70, and a record of a later
     // priority; every target's address rides along.
     const uint16_t weights[] = {0, 10, 20, 70};
@@ -155,7 +162,7 @@ TEST_F(SipLocatorAnswers, SrvWeightsShareTheFirstPlaceAsRfc2782Says) {
     parts.push_back(dns::a(dns::name("last.w.test"), "10.72.1.1", 3600));
     dns::Bytes answer;
     for (const dns::Bytes& part : parts) answer.insert(answer.end(), part.begin(), part.end());
-    m_responder.answer("_sip._udp.w.test", answer);
+    responder().answer("_sip._udp.w.test", answer);
 
     m_locator.setRandomSeed(20240611);
     std::map<std::string, int> first;
@@ -166,7 +173,7 @@ TEST_F(SipLocatorAnswers, SrvWeightsShareTheFirstPlaceAsRfc2782Says) {
         ++first[result.targets.front().host];
         ASSERT_EQ(result.targets.back().host, "last.w.test");
     }
-    EXPECT_EQ(m_responder.totalQueries(), 1);
+    EXPECT_EQ(responder().totalQueries(), 1);
     // A draw in [0, 100] picks the first running sum that reaches it: weight
     // 0 wins only on 0. Bound: 0.02, over four standard deviations of the
     // largest share (0.0046).
@@ -187,7 +194,8 @@ TEST_F(SipLocatorAnswers, SrvWeightsShareTheFirstPlaceAsRfc2782Says) {
 }
 
 TEST_F(SipLocatorAnswers, AFailedTargetGoesLastUntilItsMarkEndsAndTheRecordsStay) {
-    m_responder.answer("m.test", dns::response("m.test", {dns::a(dns::pointer(12), "10.73.0.1", 3600),
+    serveOn("127.53.71.4");
+    responder().answer("m.test", dns::response("m.test", {dns::a(dns::pointer(12), "10.73.0.1", 3600),
                                                           dns::a(dns::pointer(12), "10.73.0.2", 3600),
                                                           dns::a(dns::pointer(12), "10.73.0.3", 3600)}));
     const auto addresses = [](const Locator::Result& in_result) {
@@ -219,10 +227,11 @@ TEST_F(SipLocatorAnswers, AFailedTargetGoesLastUntilItsMarkEndsAndTheRecordsStay
     m_locator.reportSuccess(first.targets[1]);
     EXPECT_EQ(addresses(locate("sip:m.test:5060", Locator::FAMILY_IPV4)), inOrder);
     EXPECT_EQ(m_locator.getStatistics().targetsMarkedFailed, 2u);
-    EXPECT_EQ(m_responder.queryCount("m.test"), 2);  // this locator's one query and the other's
+    EXPECT_EQ(responder().queryCount("m.test"), 2);  // this locator's one query and the other's
 }
 
 TEST_F(SipLocatorAnswers, EveryTruncationAndCorruptionIsOneClearFailure) {
+    serveOn("127.53.71.5");
     struct Row {
         std::string uri;      // asks for the answer below first
         std::string name;     // the name it asks
@@ -280,7 +289,7 @@ TEST_F(SipLocatorAnswers, EveryTruncationAndCorruptionIsOneClearFailure) {
     for (const Row& row : rows) {
         DnsResponder::Reply reply{row.bytes, std::chrono::milliseconds(0),
                                   row.bytes.size() >= 2 ? DnsResponder::Id::PATCH : DnsResponder::Id::KEEP};
-        m_responder.script(row.name, {reply});
+        responder().script(row.name, {reply});
     }
     // All at once: a burst of answers may overflow the client's socket
     // buffer, so the time-out leaves room for c-ares to ask again twice.

@@ -1,5 +1,6 @@
 // Every branch of RFC 3263 section 4 through the public interface, against
 // dnsmasq serving NAPTR, SRV, A, AAAA and CNAME records on a loopback address.
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -12,9 +13,18 @@ namespace {
 
 class SipLocatorDnsmasq : public corvane_test::SipLocatorTest {
 protected:
-    static void SetUpTestSuite() {
-        s_pServer = new Dnsmasq("127.53.70.1");
-        s_pServer->localTtl(60)
+    void SetUp() override {
+        SipLocatorTest::SetUp();
+        setHosts("127.0.0.1 localhost\n10.70.5.5 hosted.test\nfd70::55 hosted.test\n");
+    }
+    void TearDown() override {
+        SipLocatorTest::TearDown();
+        m_pServer.reset();
+    }
+    // dnsmasq on an address of the test's own (tests run in parallel), asked by the locator.
+    void serveOn(const std::string& in_address) {
+        m_pServer = std::make_unique<Dnsmasq>(in_address);
+        m_pServer->localTtl(60)
             .option("--host-record=a1.example.test,10.70.0.1,fd70::1,300")
             .option("--host-record=a2.example.test,10.70.0.2,300")
             .option("--host-record=b1.example.test,10.70.1.1,fd70::11,300")
@@ -37,28 +47,15 @@ protected:
             .option("--srv-host=_sips._tcp.secure.test,b1.example.test,5081,10,0")
             // Not offered: target ".".
             .option("--srv-host=_sip._udp.down.test");
-        std::string error;
-        if (!s_pServer->start(&error)) {
-            delete s_pServer;
-            s_pServer = nullptr;
-            FAIL() << error;
-        }
-    }
-    static void TearDownTestSuite() {
-        delete s_pServer;
-        s_pServer = nullptr;
-    }
-    void SetUp() override {
-        SipLocatorTest::SetUp();
-        ASSERT_NE(s_pServer, nullptr);
-        setServers(s_pServer->address());
-        setHosts("127.0.0.1 localhost\n10.70.5.5 hosted.test\nfd70::55 hosted.test\n");
+        startServer(*m_pServer);
+        setServers(in_address);
     }
 
-    static inline Dnsmasq* s_pServer = nullptr;
+    std::unique_ptr<Dnsmasq> m_pServer;  // made by serveOn
 };
 
 TEST_F(SipLocatorDnsmasq, EveryBranchOfTheProcedure) {
+    serveOn("127.53.70.1");
     const struct Row {
         const char* uri;
         Locator::Family family;
@@ -148,6 +145,7 @@ TEST_F(SipLocatorDnsmasq, EveryBranchOfTheProcedure) {
 }
 
 TEST_F(SipLocatorDnsmasq, CachedRecordsAnswerTheSecondRequestWithoutQueries) {
+    serveOn("127.53.70.2");
     ASSERT_TRUE(m_locator.start());
     const Locator::Result first = locate("sip:srvonly.test", Locator::FAMILY_IPV4);
     const Locator::Statistics before = m_locator.getStatistics();

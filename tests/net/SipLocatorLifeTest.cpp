@@ -20,21 +20,16 @@ namespace dns = corvane_test::dns;
 
 namespace {
 
+// Each test has servers of its own address, so that tests can run in parallel.
 class SipLocatorLife : public corvane_test::SipLocatorTest {
 protected:
-    void TearDown() override {
-        SipLocatorTest::TearDown();
-        m_responder.stop();
-    }
-    void serve() {
-        startServer(m_responder);
-        setServers(m_responder.address());
+    void serve(DnsResponder& io_responder) {
+        startServer(io_responder);
+        setServers(io_responder.address());
     }
     static dns::Bytes addressAnswer(const std::string& in_name, const std::string& in_address, uint32_t in_ttl) {
         return dns::response(in_name, {dns::a(dns::pointer(12), in_address, in_ttl)});
     }
-
-    DnsResponder m_responder{"127.53.74.1"};
 };
 
 TEST_F(SipLocatorLife, AConfigurationWithoutServerIsAnErrorNeverADefault) {
@@ -71,7 +66,8 @@ TEST_F(SipLocatorLife, AConfigurationWithoutServerIsAnErrorNeverADefault) {
 }
 
 TEST_F(SipLocatorLife, AThreadThatCannotBeMadeUndoesTheStart) {
-    serve();
+    DnsResponder responder("127.53.74.2");
+    serve(responder);
     const struct Row {
         int allowed;        // thread creations that succeed
         const char* error;  // in the ERROR record
@@ -90,7 +86,7 @@ TEST_F(SipLocatorLife, AThreadThatCannotBeMadeUndoesTheStart) {
         EXPECT_FALSE(m_locator.isRunning());
         EXPECT_TRUE(accountsAtZero());
         // Nothing is left half made: a later start works.
-        m_responder.answer("ok.test", addressAnswer("ok.test", "10.74.0.1", 60));
+        responder.answer("ok.test", addressAnswer("ok.test", "10.74.0.1", 60));
         ASSERT_TRUE(m_locator.start());
         EXPECT_EQ(locate("sip:ok.test:5060", Locator::FAMILY_IPV4).status, Locator::LOCATE_OK);
         m_locator.stop();
@@ -98,8 +94,9 @@ TEST_F(SipLocatorLife, AThreadThatCannotBeMadeUndoesTheStart) {
 }
 
 TEST_F(SipLocatorLife, StopTellsEveryRequestInFlightOnce) {
-    serve();
-    m_responder.never("slow.test");
+    DnsResponder responder("127.53.74.3");
+    serve(responder);
+    responder.never("slow.test");
     ASSERT_TRUE(m_locator.start());
     corvane_test::Notifications told(50);
     for (size_t i = 0; i < told.size(); ++i) {
@@ -107,10 +104,10 @@ TEST_F(SipLocatorLife, StopTellsEveryRequestInFlightOnce) {
         const ACE_Time_Value timeout = i % 2 ? ACE_Time_Value::max_time : ACE_Time_Value(60);
         EXPECT_TRUE(m_locator.locate("sip:slow.test:5060", told.callback(i), timeout, Locator::FAMILY_IPV4));
     }
-    ASSERT_TRUE(m_responder.waitForQueries("slow.test", 50, 5s));
+    ASSERT_TRUE(responder.waitForQueries("slow.test", 50, 5s));
     Locator::Result synchronous;
     std::thread waiter([&] { m_locator.locate("sip:slow.test:5060", synchronous, ACE_Time_Value::max_time); });
-    ASSERT_TRUE(m_responder.waitForQueries("slow.test", 51, 5s));
+    ASSERT_TRUE(responder.waitForQueries("slow.test", 51, 5s));
     EXPECT_TRUE(m_locator.stop());
     waiter.join();
     EXPECT_EQ(synchronous.status, Locator::LOCATE_STOPPED);
@@ -128,8 +125,9 @@ TEST_F(SipLocatorLife, StopTellsEveryRequestInFlightOnce) {
 }
 
 TEST_F(SipLocatorLife, TimeOutsTellWhatWasFoundAndWhatWasNot) {
-    serve();
-    m_responder.never("silent.test");
+    DnsResponder responder("127.53.74.4");
+    serve(responder);
+    responder.never("silent.test");
     ASSERT_TRUE(m_locator.start());
 
     // Synchronous: the caller is told by its own deadline.
@@ -150,10 +148,11 @@ TEST_F(SipLocatorLife, TimeOutsTellWhatWasFoundAndWhatWasNot) {
 }
 
 TEST_F(SipLocatorLife, AnAddressFamilyThatNeverAnswersLeavesTheOther) {
-    serve();
+    DnsResponder responder("127.53.74.5");
+    serve(responder);
     DnsResponder::Reply aAnswer{addressAnswer("half.test", "10.74.1.1", 60), 0ms, DnsResponder::Id::PATCH};
     // The A query comes first and is answered; the AAAA query never is.
-    m_responder.scriptPerQuery("half.test", {{aAnswer}, {}});
+    responder.scriptPerQuery("half.test", {{aAnswer}, {}});
     ASSERT_TRUE(m_locator.start());
     const Locator::Result result = locate("sip:half.test:5060", Locator::FAMILY_IPV4_FIRST, ACE_Time_Value(0, 200000));
     EXPECT_EQ(result.status, Locator::LOCATE_OK);
@@ -163,8 +162,9 @@ TEST_F(SipLocatorLife, AnAddressFamilyThatNeverAnswersLeavesTheOther) {
 }
 
 TEST_F(SipLocatorLife, StopFromACallbackOfItsOwnThreadIsRefused) {
-    serve();
-    m_responder.answer("cb.test", addressAnswer("cb.test", "10.74.2.1", 0));
+    DnsResponder responder("127.53.74.6");
+    serve(responder);
+    responder.answer("cb.test", addressAnswer("cb.test", "10.74.2.1", 0));
     ASSERT_TRUE(m_locator.start());
     struct StoppingCallback : Locator::Callback {
         Locator& locator;
@@ -184,21 +184,22 @@ TEST_F(SipLocatorLife, StopFromACallbackOfItsOwnThreadIsRefused) {
 }
 
 TEST_F(SipLocatorLife, AResolverConfigurationChangeIsPickedUpOnUseAndTheOldChannelDrains) {
-    DnsResponder second("127.53.74.2");
-    startServer(m_responder);
+    DnsResponder responder("127.53.74.7");
+    DnsResponder second("127.53.74.8");
+    startServer(responder);
     startServer(second);
-    setResolverConfig("nameserver 127.53.74.1\n");
-    m_responder.answer("one.test", addressAnswer("one.test", "10.74.3.1", 0));
-    m_responder.answerLate("late.test", addressAnswer("late.test", "10.74.3.2", 0), 300ms);
+    setResolverConfig("nameserver 127.53.74.7\n");
+    responder.answer("one.test", addressAnswer("one.test", "10.74.3.1", 0));
+    responder.answerLate("late.test", addressAnswer("late.test", "10.74.3.2", 0), 300ms);
     second.answer("one.test", addressAnswer("one.test", "10.74.3.9", 0));
     ASSERT_TRUE(m_locator.start());
     EXPECT_EQ(corvane_test::targets(locate("sip:one.test:5060", Locator::FAMILY_IPV4)),
               std::vector<std::string>{"UDP one.test 10.74.3.1 5060 -/- A"});
     corvane_test::Notifications late(1);
     m_locator.locate("sip:late.test:5060", late.callback(0), ACE_Time_Value(5), Locator::FAMILY_IPV4);
-    ASSERT_TRUE(m_responder.waitForQueries("late.test", 1, 5s));
+    ASSERT_TRUE(responder.waitForQueries("late.test", 1, 5s));
 
-    setResolverConfig("nameserver 127.53.74.2\n");
+    setResolverConfig("nameserver 127.53.74.8\n");
     advance(4);  // not yet: checked at most every 5 seconds
     EXPECT_EQ(corvane_test::targets(locate("sip:one.test:5060", Locator::FAMILY_IPV4))[0],
               "UDP one.test 10.74.3.1 5060 -/- A");
@@ -221,13 +222,14 @@ TEST_F(SipLocatorLife, AResolverConfigurationChangeIsPickedUpOnUseAndTheOldChann
 }
 
 TEST_F(SipLocatorLife, TenThousandRequestsWithRandomTimeOutsAndAServerChangeAreEachToldOnce) {
-    DnsResponder second("127.53.74.2");
-    startServer(m_responder);
+    DnsResponder responder("127.53.74.9");
+    DnsResponder second("127.53.74.10");
+    startServer(responder);
     startServer(second);
-    setResolverConfig("nameserver 127.53.74.1\n");
+    setResolverConfig("nameserver 127.53.74.9\n");
     // Per name: answered at once (TTL 0, so asked every time), dropped, or late.
     const int kNames = 60;
-    for (DnsResponder* pServer : {&m_responder, &second}) {
+    for (DnsResponder* pServer : {&responder, &second}) {
         for (int n = 0; n < kNames; ++n) {
             const std::string name = "s" + std::to_string(n) + ".test";
             const dns::Bytes answer = addressAnswer(name, "10.75.0." + std::to_string(n + 1), 0);
@@ -246,7 +248,7 @@ TEST_F(SipLocatorLife, TenThousandRequestsWithRandomTimeOutsAndAServerChangeAreE
         std::mt19937 random(static_cast<unsigned>(in_first));
         for (size_t i = in_first; i < kRequests; i += in_step) {
             if (i == kRequests / 2) {
-                setResolverConfig("nameserver 127.53.74.2\n");
+                setResolverConfig("nameserver 127.53.74.10\n");
                 advance(5);
             }
             const std::string uri = "sip:s" + std::to_string(random() % kNames) + ".test:5060";

@@ -9,23 +9,21 @@ namespace {
 
 bool has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
-const char* const kServers = "corvane.net.HostNameServer.DNSServerIPAddrList=127.53.76.1";
+// Names are asked of a dnsmasq on an address of the test's own, never of the
+// host's servers; returns the --set argument that names it.
+std::string serveOn(corvane_test::Dnsmasq& io_dns) {
+    io_dns.localTtl(60)
+        .option("--naptr-record=loc.test,10,10,S,SIP+D2U,,_sip._udp.loc.test")
+        .option("--srv-host=_sip._udp.loc.test,h.loc.test,5060,10,20")
+        .option("--host-record=h.loc.test,10.76.0.1,300");
+    std::string error;
+    EXPECT_TRUE(io_dns.start(&error)) << error;
+    return "corvane.net.HostNameServer.DNSServerIPAddrList=" + io_dns.address();
+}
 
-class LocateCommand : public ::testing::Test {
-protected:
-    void SetUp() override {
-        m_dns.localTtl(60)
-            .option("--naptr-record=loc.test,10,10,S,SIP+D2U,,_sip._udp.loc.test")
-            .option("--srv-host=_sip._udp.loc.test,h.loc.test,5060,10,20")
-            .option("--host-record=h.loc.test,10.76.0.1,300");
-        std::string error;
-        ASSERT_TRUE(m_dns.start(&error)) << error;
-    }
-    corvane_test::Dnsmasq m_dns{"127.53.76.1"};  // names are asked of it, never of the host's servers
-};
-
-TEST_F(LocateCommand, TargetsAndStepsAsJsonLines) {
-    const auto run = runTool({"--json", "--set", kServers, "locate", "--family", "ipv4", "--seed", "1", "sip:loc.test"});
+TEST(LocateCommand, TargetsAndStepsAsJsonLines) {
+    corvane_test::Dnsmasq dns("127.53.76.1");
+    const auto run = runTool({"--json", "--set", serveOn(dns), "locate", "--family", "ipv4", "--seed", "1", "sip:loc.test"});
     EXPECT_EQ(run.status, 0) << run.err;
     ASSERT_EQ(run.lines.size(), 1u) << run.out;
     const std::string& line = run.lines[0];
@@ -39,8 +37,9 @@ TEST_F(LocateCommand, TargetsAndStepsAsJsonLines) {
         << line;
 }
 
-TEST_F(LocateCommand, StandardInputFailuresAndTheLocatorStatistics) {
-    const auto run = runTool({"--json", "--stats", "--set", kServers, "locate", "--family", "ipv4", "-"},
+TEST(LocateCommand, StandardInputFailuresAndTheLocatorStatistics) {
+    corvane_test::Dnsmasq dns("127.53.76.2");
+    const auto run = runTool({"--json", "--stats", "--set", serveOn(dns), "locate", "--family", "ipv4", "-"},
                              "sips:10.0.0.1\nsip:nx.test\n");
     EXPECT_EQ(run.status, 1) << run.err;
     ASSERT_EQ(run.lines.size(), 2u) << run.out;
@@ -56,7 +55,7 @@ TEST_F(LocateCommand, StandardInputFailuresAndTheLocatorStatistics) {
         << run.err;
 }
 
-TEST_F(LocateCommand, UsageErrors) {
+TEST(LocateCommand, UsageErrors) {
     for (const std::vector<std::string>& args : {std::vector<std::string>{"locate"},
                                                  std::vector<std::string>{"locate", "--family", "ipv5", "sip:a.test"},
                                                  std::vector<std::string>{"locate", "--timeout", "soon", "sip:a.test"}}) {

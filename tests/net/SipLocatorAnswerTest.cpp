@@ -145,6 +145,33 @@ TEST_F(SipLocatorAnswers, NegativeAnswersAreKeptAsTheirSoaSaysAndTtlZeroNever) {
     }
 }
 
+TEST_F(SipLocatorAnswers, TheLeastRecentlyUsedRecordsGoWhenTheCacheIsFull) {
+    serveOn("127.53.71.6");
+    for (const char* name : {"lru1.test", "lru2.test", "lru3.test"}) {
+        responder().answer(name, dns::response(name, {dns::a(dns::pointer(12), "10.71.3.1", 600)}));
+    }
+    m_locator.setCacheBound(2);
+    const auto cache = [&](const char* in_name) {
+        const Locator::Result result = locate(std::string("sip:") + in_name + ":5060", Locator::FAMILY_IPV4);
+        return result.steps.empty() ? std::string("none") : Locator::getCacheUseName(result.steps[0].cache);
+    };
+    const struct {
+        const char* name;
+        const char* cache;
+    } rows[] = {
+        {"lru1.test", "miss"}, {"lru2.test", "miss"}, {"lru1.test", "hit"},
+        {"lru3.test", "miss"},  // lru2, least recently used, goes
+        {"lru1.test", "hit"},  {"lru2.test", "miss"},  // lru3 goes
+        {"lru1.test", "hit"},
+    };
+    for (const auto& row : rows) EXPECT_EQ(cache(row.name), row.cache) << row.name;
+    EXPECT_EQ(m_locator.getStatistics().cacheEvictions, 2u);
+    m_locator.setCacheBound(1);  // lru2, used before lru1, goes at once
+    EXPECT_EQ(cache("lru1.test"), "hit");
+    EXPECT_EQ(cache("lru2.test"), "miss");
+    EXPECT_EQ(m_locator.getStatistics().cacheEvictions, 4u);
+}
+
 TEST_F(SipLocatorAnswers, SrvWeightsShareTheFirstPlaceAsRfc2782Says) {
     serveOn("127.53.71.3");
     // One priority with weights 0, 10, 20 and 70, and a record of a later

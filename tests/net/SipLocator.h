@@ -87,11 +87,11 @@ public:
 
 private:
     void record(size_t in_index, const Locator::Result& in_result) {
-        {
-            std::lock_guard<std::mutex> guard(m_mutex);
-            if (m_told[in_index]++ == 0) ++m_uiTold;
-            m_results[in_index] = in_result;
-        }
+        // Signalled under the lock: once a waiter sees the count, this object
+        // may go, and the notifier must be done with it.
+        std::lock_guard<std::mutex> guard(m_mutex);
+        if (m_told[in_index]++ == 0) ++m_uiTold;
+        m_results[in_index] = in_result;
         m_cond.notify_all();
     }
 

@@ -145,6 +145,38 @@ TEST_F(SipLocatorAnswers, NegativeAnswersAreKeptAsTheirSoaSaysAndTtlZeroNever) {
     }
 }
 
+TEST_F(SipLocatorAnswers, AddressesComeInTheFamilyOrderAsked) {
+    serveOn("127.53.71.7");
+    // The A query comes first, then the AAAA query.
+    responder().scriptPerQuery(
+        "fam.test",
+        {{DnsResponder::Reply{dns::response("fam.test", {dns::a(dns::pointer(12), "10.71.4.1", 60),
+                                                          dns::a(dns::pointer(12), "10.71.4.2", 60)}),
+                              std::chrono::milliseconds(0), DnsResponder::Id::PATCH}},
+         {DnsResponder::Reply{dns::response("fam.test",
+                                            {dns::aaaa(dns::pointer(12), "fd71::41", 60),
+                                             dns::aaaa(dns::pointer(12), "fd71::42", 60)},
+                                            dns::RCODE_NOERROR, dns::TYPE_AAAA),
+                              std::chrono::milliseconds(0), DnsResponder::Id::PATCH}}});
+    ASSERT_EQ(locate("sip:fam.test:5060").targets.size(), 4u);  // both sets cached from here on
+    const struct {
+        Locator::Family family;
+        std::vector<std::string> addresses;
+    } rows[] = {
+        {Locator::FAMILY_IPV4, {"10.71.4.1", "10.71.4.2"}},
+        {Locator::FAMILY_IPV6, {"fd71::41", "fd71::42"}},
+        {Locator::FAMILY_IPV4_FIRST, {"10.71.4.1", "10.71.4.2", "fd71::41", "fd71::42"}},
+        {Locator::FAMILY_IPV6_FIRST, {"fd71::41", "10.71.4.1", "fd71::42", "10.71.4.2"}},
+    };
+    for (const auto& row : rows) {
+        std::vector<std::string> addresses;
+        for (const Locator::Target& target : locate("sip:fam.test:5060", row.family).targets) {
+            addresses.push_back(target.address);
+        }
+        EXPECT_EQ(addresses, row.addresses) << row.family;
+    }
+}
+
 TEST_F(SipLocatorAnswers, TheLeastRecentlyUsedRecordsGoWhenTheCacheIsFull) {
     serveOn("127.53.71.6");
     for (const char* name : {"lru1.test", "lru2.test", "lru3.test"}) {

@@ -65,6 +65,35 @@ TEST_F(SipLocatorLife, AConfigurationWithoutServerIsAnErrorNeverADefault) {
     }
 }
 
+TEST_F(SipLocatorLife, UrisThatCannotBeLocatedAreRefusedWithAReason) {
+    setServers("127.53.74.11");  // never asked
+    ASSERT_TRUE(m_locator.start());
+    const struct {
+        const char* uri;
+        const char* error;  // "" when located
+    } rows[] = {
+        {"tel:+4930123", "not a SIP or SIPS URI: tel:+4930123"},
+        {"sip:", "no host in sip:"},
+        {"sips:h.test;transport=udp", "a SIPS URI cannot use UDP"},
+        {"sip:h.test;transport=sctp", "unsupported transport: sctp"},
+        {"sip:h.test:99999", "not a port: 99999"},
+        {"sip:bad!name.test", "not a host name: bad!name.test"},
+        {"sip:a..test", "not a host name: a..test"},
+        {"sip:[fd00::zz]", "not an IPv6 address: [fd00::zz]"},
+        {"sip:alice@h.test;maddr=10.74.11.1", ""},  // maddr names the target
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.uri);
+        const Locator::Result result = locate(row.uri);
+        EXPECT_EQ(result.error, row.error);
+        EXPECT_EQ(result.status, *row.error ? Locator::LOCATE_BAD_REQUEST : Locator::LOCATE_OK);
+        corvane_test::Notifications told(1);
+        EXPECT_EQ(m_locator.locate(row.uri, told.callback(0), ACE_Time_Value(1)), !*row.error);
+        EXPECT_EQ(told.told(0), 1);
+        EXPECT_EQ(told.result(0).error, row.error);
+    }
+}
+
 TEST_F(SipLocatorLife, AThreadThatCannotBeMadeUndoesTheStart) {
     DnsResponder responder("127.53.74.2");
     serve(responder);

@@ -711,9 +711,10 @@ bool SipServerLocator::Impl::launch(const std::shared_ptr<SipLocatorResolution>&
                                     const ACE_Time_Value& in_timeout) {
     std::vector<std::pair<std::string, uint16_t>> queries;
     {
-        std::lock_guard<std::mutex> guard(m_mutex);
+        std::unique_lock<std::mutex> lock(m_mutex);
         if (!m_bRunning) {
-            // Stopped since the request came in.
+            // Stopped since the request came in; finish() takes the lock itself.
+            lock.unlock();
             in_pResolution->finish(STOPPED);
             return true;
         }

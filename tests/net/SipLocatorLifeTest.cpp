@@ -54,6 +54,7 @@ TEST_F(SipLocatorLife, AConfigurationWithoutServerIsAnErrorNeverADefault) {
         setResolverConfig(row.resolverConfig);
         corvane_test::LogCapture log(Tarvik::ERROR_LOG_LEVEL);
         EXPECT_EQ(m_locator.start(), row.started);
+        EXPECT_FALSE(m_locator.start());  // running, or refused again
         if (!row.started) {
             EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, row.error)) << testing::PrintToString(log.messages());
             Locator::Result result;
@@ -151,6 +152,38 @@ TEST_F(SipLocatorLife, StopTellsEveryRequestInFlightOnce) {
     EXPECT_FALSE(m_locator.locate("sip:slow.test", refused.callback(0), ACE_Time_Value(1)));
     EXPECT_EQ(refused.told(0), 1);
     EXPECT_EQ(refused.result(0).status, Locator::LOCATE_REFUSED);
+}
+
+TEST_F(SipLocatorLife, RequestsArrivingWhileItStopsAreEachToldOnce) {
+    DnsResponder responder("127.53.74.12");
+    serve(responder);
+    responder.setDefault({});  // nothing is answered
+    ASSERT_TRUE(m_locator.start());
+    const size_t kThreads = 4;
+    const size_t kPerThread = 400;
+    corvane_test::Notifications told(kThreads * kPerThread);
+    std::atomic<size_t> submitted{0};
+    std::vector<std::thread> threads;
+    for (size_t t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            for (size_t i = t; i < told.size(); i += kThreads) {
+                // Never answered: each waits until the stop.
+                const std::string uri = "sip:r" + std::to_string(i) + ".test:5060";
+                m_locator.locate(uri, told.callback(i), ACE_Time_Value(60), Locator::FAMILY_IPV4);
+                ++submitted;
+            }
+        });
+    }
+    ASSERT_TRUE(corvane_test::waitFor([&] { return submitted >= told.size() / 4; }));
+    EXPECT_TRUE(m_locator.stop());
+    for (std::thread& thread : threads) thread.join();
+    ASSERT_TRUE(told.waitAll(30s));
+    for (size_t i = 0; i < told.size(); ++i) {
+        ASSERT_EQ(told.told(i), 1) << i;
+        const Locator::Status status = told.result(i).status;
+        EXPECT_TRUE(status == Locator::LOCATE_STOPPED || status == Locator::LOCATE_REFUSED) << i;
+    }
+    EXPECT_TRUE(accountsAtZero());
 }
 
 TEST_F(SipLocatorLife, TimeOutsTellWhatWasFoundAndWhatWasNot) {

@@ -202,6 +202,15 @@ TEST_F(SipLocatorAnswers, TheLeastRecentlyUsedRecordsGoWhenTheCacheIsFull) {
     EXPECT_EQ(cache("lru1.test"), "hit");
     EXPECT_EQ(cache("lru2.test"), "miss");
     EXPECT_EQ(m_locator.getStatistics().cacheEvictions, 4u);
+    // A record of TTL 0 takes no room from a kept one.
+    responder().answer("once.test", dns::response("once.test", {dns::a(dns::pointer(12), "10.71.3.2", 0)}));
+    EXPECT_EQ(cache("once.test"), "miss");
+    EXPECT_EQ(cache("lru2.test"), "hit");
+    // A bound of 0 keeps nothing.
+    m_locator.setCacheBound(0);
+    EXPECT_EQ(cache("lru3.test"), "miss");
+    EXPECT_EQ(cache("lru3.test"), "miss");
+    EXPECT_EQ(responder().queryCount("lru3.test"), 3);
 }
 
 TEST_F(SipLocatorAnswers, SrvWeightsShareTheFirstPlaceAsRfc2782Says) {

@@ -748,7 +748,8 @@ void SipServerLocator::Impl::send(const std::shared_ptr<SipLocatorResolution>& i
         }
     }
     if (pChannel == nullptr) {
-        in_pResolution->onLookup(in_name, in_uiType, OUTCOME_ERROR, nullptr, {}, "the locator is not running");
+        // Stopping: the request is told so, whether or not stop() got to it yet.
+        in_pResolution->finish(STOPPED);
         return;
     }
     switch (in_uiType) {

@@ -27,15 +27,6 @@ std::string srvName(Locator::Transport in_transport, const std::string& in_host)
     return "_sip._udp." + in_host;
 }
 
-// A NAPTR record a SIP client can follow: terminal ("S"), no regular
-// expression, a service it supports.
-struct Service {
-    uint16_t order;                 // NAPTR order
-    uint16_t preference;            // NAPTR preference
-    Locator::Transport transport;   // from the service field
-    const std::string* replacement; // the SRV name; points into the record set
-};
-
 bool serviceTransport(const std::string& in_service, bool in_bSecure, Locator::Transport& out_transport) {
     if (strcasecmp(in_service.c_str(), "SIPS+D2T") == 0) {
         out_transport = Locator::TRANSPORT_TLS;
@@ -53,22 +44,6 @@ bool serviceTransport(const std::string& in_service, bool in_bSecure, Locator::T
     return false;
 }
 
-void usableServices(const SipLocatorProcedure::Lookup& in_naptr, bool in_bSecure, std::vector<Service>& out) {
-    if (in_naptr.outcome != Locator::OUTCOME_ANSWER || !in_naptr.records) return;
-    for (const SipDns::NaptrRecord& record : in_naptr.records->naptr) {
-        Locator::Transport transport;
-        if (record.flags.size() != 1 || (record.flags[0] != 'S' && record.flags[0] != 's')) continue;
-        if (!record.regexp.empty() || record.replacement.empty()) continue;
-        if (!serviceTransport(record.service, in_bSecure, transport)) continue;
-        out.push_back(Service{record.order, record.preference, transport, &record.replacement});
-    }
-    std::stable_sort(out.begin(), out.end(), [](const Service& a, const Service& b) {
-        return a.order != b.order ? a.order < b.order : a.preference < b.preference;
-    });
-}
-
-// Lower-cases a host name of letters, digits, '-' and '_' in labels of 1 to
-// 63 characters; false for anything else.
 bool lowerHostName(std::string& io_host) {
     if (io_host.empty() || io_host.size() > 253) return false;
     size_t label = 0;
@@ -188,7 +163,23 @@ bool SipLocatorProcedure::normalise(const Locator::Request& in_request, Locator:
 
 SipLocatorProcedure::SipLocatorProcedure(Locator::Request&& in_request, bool in_bNumeric, uint64_t in_ullSeed)
     : m_request(std::move(in_request)), m_bNumeric(in_bNumeric), m_ullSeed(in_ullSeed) {
-    m_order.reserve(8);
+    m_lookups.reserve(4);
+    m_order.reserve(4);
+}
+
+void SipLocatorProcedure::usableServices(const Found& in_naptr) {
+    m_services.clear();
+    if (in_naptr.outcome != Locator::OUTCOME_ANSWER || in_naptr.records == nullptr) return;
+    for (const SipDns::NaptrRecord& record : in_naptr.records->naptr) {
+        Locator::Transport transport;
+        if (record.flags.size() != 1 || (record.flags[0] != 'S' && record.flags[0] != 's')) continue;
+        if (!record.regexp.empty() || record.replacement.empty()) continue;
+        if (!serviceTransport(record.service, m_request.secure, transport)) continue;
+        m_services.push_back(Service{record.order, record.preference, transport, &record.replacement});
+    }
+    std::stable_sort(m_services.begin(), m_services.end(), [](const Service& a, const Service& b) {
+        return a.order != b.order ? a.order < b.order : a.preference < b.preference;
+    });
 }
 
 SipLocatorProcedure::Lookup* SipLocatorProcedure::findLookup(const std::string& in_name, uint16_t in_uiType) {
@@ -222,60 +213,58 @@ bool SipLocatorProcedure::run(Source& io_source, const SipHostsTable* in_pHosts,
         addHost(host, transport, request.port != 0 ? request.port : defaultPort(transport), Locator::VIA_A, nullptr,
                 kNoTtl);
     } else if (request.hasTransport) {
-        if (const Lookup* pSrv = need(srvName(transport, host), SipDns::kTypeSrv)) {
-            if (addSrv(*pSrv, transport, Locator::VIA_SRV, kNoTtl) == SRV_NONE) {
-                addHost(host, transport, defaultPort(transport), Locator::VIA_A, nullptr, kNoTtl);
+        Found srv;
+        if (need(srvName(transport, host), SipDns::kTypeSrv, srv) &&
+            addSrv(srv, transport, Locator::VIA_SRV, kNoTtl) == SRV_NONE) {
+            addHost(host, transport, defaultPort(transport), Locator::VIA_A, nullptr, kNoTtl);
+        }
+    } else {
+        Found naptr;
+        if (need(host, SipDns::kTypeNaptr, naptr)) {
+            usableServices(naptr);
+            bool bPending = false;
+            SrvUse use = SRV_NONE;
+            Locator::Transport fallback = transport;
+            Found srv;
+            if (!m_services.empty()) {
+                for (const Service& service : m_services) {
+                    if (!need(*service.replacement, SipDns::kTypeSrv, srv)) {
+                        bPending = true;
+                        continue;
+                    }
+                    use = std::max(use, addSrv(srv, service.transport, Locator::VIA_NAPTR, naptr.ttl));
+                }
+                fallback = m_services.front().transport;
+            } else {
+                static const Locator::Transport s_all[] = {Locator::TRANSPORT_TLS, Locator::TRANSPORT_TCP,
+                                                           Locator::TRANSPORT_UDP};
+                const size_t count = request.secure ? 1 : 3;
+                for (size_t i = 0; i < count; ++i) {
+                    if (!need(srvName(s_all[i], host), SipDns::kTypeSrv, srv)) {
+                        bPending = true;
+                        continue;
+                    }
+                    use = std::max(use, addSrv(srv, s_all[i], Locator::VIA_SRV, kNoTtl));
+                }
+            }
+            if (!bPending && use == SRV_NONE) {
+                addHost(host, fallback, defaultPort(fallback), Locator::VIA_A, nullptr, kNoTtl);
             }
         }
-    } else if (const Lookup* pNaptr = need(host, SipDns::kTypeNaptr)) {
-        std::vector<Service> services;
-        usableServices(*pNaptr, request.secure, services);
-        bool bPending = false;
-        SrvUse use = SRV_NONE;
-        Locator::Transport fallback = transport;
-        if (!services.empty()) {
-            for (const Service& service : services) {
-                const Lookup* pSrv = need(*service.replacement, SipDns::kTypeSrv);
-                if (pSrv == nullptr) {
-                    bPending = true;
-                    continue;
-                }
-                use = std::max(use, addSrv(*pSrv, service.transport, Locator::VIA_NAPTR, pNaptr->ttl));
-            }
-            fallback = services.front().transport;
-        } else {
-            static const Locator::Transport s_all[] = {Locator::TRANSPORT_TLS, Locator::TRANSPORT_TCP,
-                                                       Locator::TRANSPORT_UDP};
-            const size_t count = request.secure ? 1 : 3;
-            for (size_t i = 0; i < count; ++i) {
-                const Lookup* pSrv = need(srvName(s_all[i], host), SipDns::kTypeSrv);
-                if (pSrv == nullptr) {
-                    bPending = true;
-                    continue;
-                }
-                use = std::max(use, addSrv(*pSrv, s_all[i], Locator::VIA_SRV, kNoTtl));
-            }
-        }
-        if (!bPending && use == SRV_NONE) addHost(host, fallback, defaultPort(fallback), Locator::VIA_A, nullptr, kNoTtl);
     }
     m_pSource = nullptr;
     m_pHosts = nullptr;
     return !m_bPending;
 }
 
-const SipLocatorProcedure::Lookup* SipLocatorProcedure::need(const std::string& in_name, uint16_t in_uiType) {
+bool SipLocatorProcedure::need(const std::string& in_name, uint16_t in_uiType, Found& out_found) {
     Lookup* pLookup = findLookup(in_name, in_uiType);
     if (pLookup == nullptr) {
         if (m_bExpired) {
             // Too late to ask: the lookup is left out, as one that found nothing.
             m_bExpiredLookup = true;
-            static const Lookup s_unasked = [] {
-                Lookup lookup;
-                lookup.done = true;
-                lookup.outcome = Locator::OUTCOME_TIMEOUT;
-                return lookup;
-            }();
-            return &s_unasked;
+            out_found = Found();
+            return true;
         }
         m_lookups.emplace_back();
         pLookup = &m_lookups.back();
@@ -283,20 +272,22 @@ const SipLocatorProcedure::Lookup* SipLocatorProcedure::need(const std::string& 
         pLookup->type = in_uiType;
         m_pSource->find(*pLookup);
     }
-    size_t index = 0;
-    while (&m_lookups[index] != pLookup) ++index;
+    const size_t index = static_cast<size_t>(pLookup - m_lookups.data());
     if (std::find(m_order.begin(), m_order.end(), index) == m_order.end()) m_order.push_back(index);
     if (!pLookup->done) {
         if (!m_bExpired) {
             m_bPending = true;
-            return nullptr;
+            return false;
         }
         pLookup->done = true;
         pLookup->outcome = Locator::OUTCOME_TIMEOUT;
         pLookup->error = "no answer within the request's time-out";
         m_bExpiredLookup = true;
     }
-    return pLookup;
+    out_found.outcome = pLookup->outcome;
+    out_found.records = pLookup->records.get();
+    out_found.ttl = pLookup->ttl;
+    return true;
 }
 
 bool SipLocatorProcedure::addHost(const std::string& in_name, Locator::Transport in_transport, unsigned in_uiPort,
@@ -313,32 +304,31 @@ bool SipLocatorProcedure::addHost(const std::string& in_name, Locator::Transport
             return true;
         }
     }
-    const Lookup* pA = bWant4 ? need(in_name, SipDns::kTypeA) : nullptr;
-    const Lookup* pAaaa = bWant6 ? need(in_name, SipDns::kTypeAaaa) : nullptr;
-    if ((bWant4 && pA == nullptr) || (bWant6 && pAaaa == nullptr)) return false;
-    const auto addresses = [](const Lookup* in_pLookup) {
-        return in_pLookup != nullptr && in_pLookup->outcome == Locator::OUTCOME_ANSWER && in_pLookup->records
-                   ? &in_pLookup->records->addresses
-                   : nullptr;
+    // Both asked before either is waited for: their queries go out together.
+    Found a;
+    Found aaaa;
+    const bool bKnown4 = !bWant4 || need(in_name, SipDns::kTypeA, a);
+    const bool bKnown6 = !bWant6 || need(in_name, SipDns::kTypeAaaa, aaaa);
+    if (!bKnown4 || !bKnown6) return false;
+    const auto addresses = [](const Found& in_found) {
+        return in_found.outcome == Locator::OUTCOME_ANSWER && in_found.records ? &in_found.records->addresses : nullptr;
     };
     const bool bPlain = in_via == Locator::VIA_A;
-    addAddresses(addresses(pA), addresses(pAaaa), in_transport, in_name, in_uiPort, in_pSrv,
-                 pA ? std::min(in_uiTtl, pA->ttl) : 0, pAaaa ? std::min(in_uiTtl, pAaaa->ttl) : 0, in_via,
+    addAddresses(bWant4 ? addresses(a) : nullptr, bWant6 ? addresses(aaaa) : nullptr, in_transport, in_name,
+                 in_uiPort, in_pSrv, std::min(in_uiTtl, a.ttl), std::min(in_uiTtl, aaaa.ttl), in_via,
                  bPlain ? Locator::VIA_AAAA : in_via);
     return true;
 }
 
-SipLocatorProcedure::SrvUse SipLocatorProcedure::addSrv(const Lookup& in_lookup, Locator::Transport in_transport,
+SipLocatorProcedure::SrvUse SipLocatorProcedure::addSrv(const Found& in_srv, Locator::Transport in_transport,
                                                         Locator::Via in_via, uint32_t in_uiTtl) {
-    if (in_lookup.outcome != Locator::OUTCOME_ANSWER || !in_lookup.records || in_lookup.records->srv.empty()) {
-        return SRV_NONE;
-    }
-    const std::vector<SipDns::SrvRecord>& records = in_lookup.records->srv;
+    if (in_srv.outcome != Locator::OUTCOME_ANSWER || !in_srv.records || in_srv.records->srv.empty()) return SRV_NONE;
+    const std::vector<SipDns::SrvRecord>& records = in_srv.records->srv;
     if (records.size() == 1 && records.front().target.empty()) {
         m_bNotOffered = true;
         return SRV_NOT_OFFERED;
     }
-    const uint32_t ttl = std::min(in_uiTtl, in_lookup.ttl);
+    const uint32_t ttl = std::min(in_uiTtl, in_srv.ttl);
     // addHost below may run addSrv no more: the scratch order stays whole.
     std::vector<size_t>& order = m_srvOrder;
     orderSrvRecords(records, m_random, order);

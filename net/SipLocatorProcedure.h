@@ -9,7 +9,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -86,7 +85,7 @@ public:
     bool run(Source& io_source, const SipHostsTable* in_pHosts, bool in_bExpired);
 
     // Every lookup made, in the order first needed; pending ones have done false.
-    std::deque<Lookup>& lookups() { return m_lookups; }
+    std::vector<Lookup>& lookups() { return m_lookups; }
     Lookup* findLookup(const std::string& in_name, uint16_t in_uiType);
 
     // Results of the last run.
@@ -101,14 +100,30 @@ public:
 
 private:
     enum SrvUse { SRV_NONE, SRV_RECORDS, SRV_NOT_OFFERED };
+    // What a known lookup found. The set stays where it is while lookups are
+    // added, unlike the lookup itself.
+    struct Found {
+        Locator::Outcome outcome = Locator::OUTCOME_TIMEOUT;  // how it ended
+        const SipDns::RecordSet* records = nullptr;          // its set; null without one
+        uint32_t ttl = 0;                                    // seconds the set stays valid
+    };
+    // A NAPTR record a SIP client can follow: terminal ("S"), no regular
+    // expression, a service it supports.
+    struct Service {
+        uint16_t order;                  // NAPTR order
+        uint16_t preference;             // NAPTR preference
+        Locator::Transport transport;    // from the service field
+        const std::string* replacement;  // the SRV name; points into the record set
+    };
 
-    // The lookup's record, known or added pending (null then); in an expired
-    // run never null.
-    const Lookup* need(const std::string& in_name, uint16_t in_uiType);
+    // Fills out_found and returns true when the lookup is known; else adds it
+    // pending (when new) and returns false. An expired run always returns true.
+    bool need(const std::string& in_name, uint16_t in_uiType, Found& out_found);
     // Targets for the addresses of a host name; false while pending.
     bool addHost(const std::string& in_name, Locator::Transport in_transport, unsigned in_uiPort, Locator::Via in_via,
                  const SipDns::SrvRecord* in_pSrv, uint32_t in_uiTtl);
-    SrvUse addSrv(const Lookup& in_lookup, Locator::Transport in_transport, Locator::Via in_via, uint32_t in_uiTtl);
+    SrvUse addSrv(const Found& in_srv, Locator::Transport in_transport, Locator::Via in_via, uint32_t in_uiTtl);
+    void usableServices(const Found& in_naptr);
     void addTarget(Locator::Transport in_transport, const std::string& in_host, const std::string& in_address,
                    unsigned in_uiPort, const SipDns::SrvRecord* in_pSrv, uint32_t in_uiTtl, Locator::Via in_via);
     void addAddresses(const std::vector<std::string>* in_pIpv4, const std::vector<std::string>* in_pIpv6,
@@ -119,7 +134,7 @@ private:
     const Locator::Request m_request;  // normalised
     const bool m_bNumeric;             // the host is an IP address
     const uint64_t m_ullSeed;          // each run draws the same numbers from it
-    std::deque<Lookup> m_lookups;      // every lookup made, in the order first needed (stable addresses)
+    std::vector<Lookup> m_lookups;     // every lookup made, in the order first needed
 
     // State of the current or last run.
     Source* m_pSource = nullptr;               // valid during a run
@@ -132,6 +147,7 @@ private:
     std::vector<size_t> m_order;               // indices into m_lookups, in the run's order of need
     std::vector<Locator::Target> m_targets;    // targets in order
     std::vector<size_t> m_srvOrder;            // scratch of addSrv, kept to spare allocations
+    std::vector<Service> m_services;           // scratch of run: the usable NAPTR records in order
 };
 
 }  // namespace Net

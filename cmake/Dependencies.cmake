@@ -10,3 +10,6 @@ add_library(corvane_dumbnet INTERFACE)
 target_include_directories(corvane_dumbnet INTERFACE ${DUMBNET_INCLUDE_DIR})
 target_link_libraries(corvane_dumbnet INTERFACE ${DUMBNET_LIBRARY})
 find_package(Threads REQUIRED)
+# The command's JSON output and its options (header-only).
+find_package(nlohmann_json 3.10 REQUIRED CONFIG)
+find_package(CLI11 2.1 REQUIRED CONFIG)

@@ -22,6 +22,12 @@ bool getAdapterDNSServers(StringVector& out_servers, const char* in_szAdapterNam
     }
     ResolverConfig config;
     if (!readResolverConfig(config)) return false;
+    // The host's list does not fit: none of it is used rather than a part.
+    if (config.bTooManyServers) {
+        CORVANE_DEBUG(dnsServersLogger(), "getAdapterDNSServers : more than " << kMaxResolverConfigServers
+                                                                              << " DNS servers");
+        return false;
+    }
     out_servers.insert(out_servers.end(), config.dnsServers.begin(), config.dnsServers.end());
     return true;
 }

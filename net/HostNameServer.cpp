@@ -35,7 +35,8 @@ HostNameServer::HostNameServer(size_t in_uiNumThread)
       m_cacheFlushTimeout(10, 0),
       m_bCacheSuccess(false),
       m_bCacheFailures(false),
-      m_aresChannel(nullptr) {
+      m_aresChannel(nullptr),
+      m_bAresStarted(false) {
     if (!setNumThread(in_uiNumThread)) Assertion::report(serverLogger(), "setNumThread(in_uiNumThread)", __FILE__, __LINE__);
 }
 
@@ -62,16 +63,22 @@ bool HostNameServer::configure(const TSHandle<ROConfiguration>& in_hConfig) {
     if (!CORVANE_ASSERT(serverLogger(), ! in_hConfig.isNull())) return false;
     if (!ManageableTaskImplBase::configure(in_hConfig)) return false;
 
-    bool flag = false;
-    if (in_hConfig->getBoolean(getCacheSuccessParamName(), flag)) m_bCacheSuccess = flag;
-    if (in_hConfig->getBoolean(getCacheFailuresParamName(), flag)) m_bCacheFailures = flag;
-
     long value = 0;
-    if (in_hConfig->getInteger(getCacheFlushTimeoutMsParamName(), value)) {
-        if (value < 1) {
-            CORVANE_WARN(serverLogger(), getCacheFlushTimeoutMsParamName() << " parameter must have a value > 0. Ignoring");
-        } else {
-            m_cacheFlushTimeout.set(static_cast<time_t>(value / 1000), static_cast<suseconds_t>((value % 1000) * 1000));
+    {
+        // Answers of an earlier run may still reach the cache (the DNS task, a late work).
+        ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_cacheLock);
+        bool flag = false;
+        if (in_hConfig->getBoolean(getCacheSuccessParamName(), flag)) m_bCacheSuccess = flag;
+        if (in_hConfig->getBoolean(getCacheFailuresParamName(), flag)) m_bCacheFailures = flag;
+
+        if (in_hConfig->getInteger(getCacheFlushTimeoutMsParamName(), value)) {
+            if (value < 1) {
+                CORVANE_WARN(serverLogger(),
+                             getCacheFlushTimeoutMsParamName() << " parameter must have a value > 0. Ignoring");
+            } else {
+                m_cacheFlushTimeout.set(static_cast<time_t>(value / 1000),
+                                        static_cast<suseconds_t>((value % 1000) * 1000));
+            }
         }
     }
 
@@ -93,13 +100,17 @@ void HostNameServer::onSvcEntry() {
         ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_cacheLock);
         flushCache();
     }
-    if (isDnsMode() && !startAresTask()) return;
+    if (isDnsMode() && !startAresTask()) {
+        // Never RUNNING: the run ends at once, and the library's start says so.
+        HostNameServer::stop();
+        return;
+    }
     setTaskState(Task::RUNNING);
 }
 
 void HostNameServer::onSvcExit() {
     CORVANE_TRACE_SCOPE(serverLogger(), "HostNameServer::onSvcExit");
-    if (isDnsMode()) stopAresTask();
+    if (m_bAresStarted) stopAresTask();
 }
 
 bool HostNameServer::resolve(const char* in_szHostname, Hostent& out_hostent, Hostent::GetHostByNameStatus& out_status,

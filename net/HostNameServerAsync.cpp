@@ -18,9 +18,10 @@ Logger& asyncLogger() { return hostNameServerLogger(); }
 
 bool HostNameServer::getHostByName(const char* in_szHostname, GetHostByNameCallback* in_pNewCallback,
                                    ACE_Time_Value in_timeout, bool in_bUseCache) {
+    CORVANE_TRACE_SCOPE(asyncLogger(), "HostNameServer::getHostByName");
     if (!CORVANE_ASSERT(asyncLogger(), in_pNewCallback != 0)) return false;
     const char* szHostname = in_szHostname ? in_szHostname : "";
-    CORVANE_DEBUG(asyncLogger(), "HostNameServer::getHostByName" << " : " << "hostname=" << szHostname
+    CORVANE_DEBUG(asyncLogger(), traceScope.getName() << " : " << "hostname=" << szHostname
                                      << " timeout=" << toLogMilliseconds(in_timeout) << "ms");
     if (in_bUseCache) {
         Hostent cached;

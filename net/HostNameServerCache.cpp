@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <new>
 
 #include "net/HostNameServer.h"
 #include "net/HostNameServerLog.h"
@@ -58,7 +59,12 @@ void HostNameServer::updateCache(const std::string& in_strHostname, const Hosten
     CORVANE_TRACE_SCOPE(cacheLogger(), "HostNameServer::updateCache");
     if (in_hostent.isValid() && in_ghbnStatus == Hostent::GHBN_SUCCESS) {
         ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_cacheLock);
-        cacheSuccess(in_strHostname, in_hostent, in_ttl);
+        try {
+            cacheSuccess(in_strHostname, in_hostent, in_ttl);
+        } catch (const std::bad_alloc&) {
+            // The cache is as it was; the result still reaches its caller.
+            CORVANE_ERROR(cacheLogger(), traceScope.getName() << " : out of memory, " << in_strHostname << " not cached");
+        }
         return;
     }
     updateCache(in_strHostname, in_ghbnStatus);
@@ -67,7 +73,11 @@ void HostNameServer::updateCache(const std::string& in_strHostname, const Hosten
 void HostNameServer::updateCache(const std::string& in_strHostname, Hostent::GetHostByNameStatus in_ghbnStatus) {
     if (!CORVANE_ASSERT(cacheLogger(), in_ghbnStatus != Hostent::GHBN_SUCCESS)) return;
     ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_cacheLock);
-    cacheFailure(in_strHostname, in_ghbnStatus);
+    try {
+        cacheFailure(in_strHostname, in_ghbnStatus);
+    } catch (const std::bad_alloc&) {
+        CORVANE_ERROR(cacheLogger(), "HostNameServer::updateCache : out of memory, " << in_strHostname << " not cached");
+    }
 }
 
 void HostNameServer::cacheSuccess(const std::string& in_strHostname, const Hostent& in_hostent, ACE_Time_Value in_ttl) {
@@ -98,14 +108,26 @@ void HostNameServer::cacheFailure(const std::string& in_strHostname, Hostent::Ge
 
 void HostNameServer::storeEntry(const std::string& in_strHostname, const Hostent& in_hostent,
                                 Hostent::GetHostByNameStatus in_status, const ACE_Time_Value& in_expiry) {
+    // Strong guarantee: everything that may throw (the copy, the map node, the
+    // index node) is done before anything already cached is changed, and a new
+    // entry that cannot be indexed is taken out again.
+    Hostent copy(in_hostent);
     auto inserted = m_cache.try_emplace(in_strHostname);
     CacheEntry& entry = inserted.first->second;
     const std::string* pKey = &inserted.first->first;
-    if (!inserted.second) m_expiryIndex.erase({entry.m_expiry, pKey});
-    entry.m_hostent = in_hostent;
+    const bool bSameExpiry = !inserted.second && entry.m_expiry == in_expiry;
+    if (!bSameExpiry) {
+        try {
+            m_expiryIndex.insert({in_expiry, pKey});
+        } catch (...) {
+            if (inserted.second) m_cache.erase(inserted.first);
+            throw;
+        }
+        if (!inserted.second) m_expiryIndex.erase({entry.m_expiry, pKey});
+    }
+    entry.m_hostent.swap(copy);
     entry.m_status = in_status;
     entry.m_expiry = in_expiry;
-    m_expiryIndex.insert({in_expiry, pKey});
 }
 
 void HostNameServer::flushCacheIfRequired() {

@@ -7,6 +7,8 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <utility>
 #include <vector>
 
 #include "net/DNS.h"
@@ -195,11 +197,45 @@ void HostNameServer::deliverDnsAnswerForTest(HostNameServer& in_server, const ch
                                  in_iLength);
 }
 
+namespace {
+
+// A work that runs a function of its producer: the test hook's stand-in for a query.
+class ScriptedAnswerWork : public AddTimeoutToBlockingOpTask::Work<HostNameServer::GHBNResult> {
+public:
+    using Body = std::function<void(const ResultProducer<HostNameServer::GHBNResult>&)>;
+    explicit ScriptedAnswerWork(Body in_body) : m_body(std::move(in_body)) {}
+    bool doWork() override {
+        m_body(getProducer());
+        return true;
+    }
+
+private:
+    Body m_body;  // delivers to the producer
+};
+
+}  // namespace
+
+bool HostNameServer::resolveWithDnsAnswerForTest(HostNameServer& in_server, const char* in_szHostname,
+                                                 int in_iStatus, const unsigned char* in_pAnswer, int in_iLength,
+                                                 Hostent& out_hostent, Hostent::GetHostByNameStatus& out_status,
+                                                 ACE_Time_Value in_timeout) {
+    const std::string name(in_szHostname ? in_szHostname : "");
+    const size_t length = in_pAnswer != nullptr && in_iLength > 0 ? static_cast<size_t>(in_iLength) : 0;
+    std::vector<unsigned char> answer(in_pAnswer, in_pAnswer + length);
+    auto* pWork = new ScriptedAnswerWork([&in_server, name, answer, in_iStatus,
+                                          in_iLength](const ResultProducer<GHBNResult>& in_producer) {
+        deliverDnsAnswerForTest(in_server, name.c_str(), new GHBNFutureCallback(in_producer), false, in_iStatus,
+                                answer.empty() ? nullptr : answer.data(), in_iLength);
+    });
+    return in_server.waitForResult(pWork, out_hostent, out_status, in_timeout);
+}
+
 bool HostNameServer::getDNSARecords(const char* in_szHostname, Hostent& out_hostent,
                                     Hostent::GetHostByNameStatus& out_status, ACE_Time_Value in_timeout,
                                     bool in_bUseCache) {
+    CORVANE_TRACE_SCOPE(dnsLogger(), "HostNameServer::getDNSARecords");
     const char* szHostname = in_szHostname ? in_szHostname : "";
-    CORVANE_DEBUG(dnsLogger(), "HostNameServer::getDNSARecords" << " : " << "hostname=" << szHostname
+    CORVANE_DEBUG(dnsLogger(), traceScope.getName() << " : " << "hostname=" << szHostname
                                    << " timeout=" << toLogMilliseconds(in_timeout) << "ms");
     bool bUsable = false;
     if (in_bUseCache && getHostentInCache(szHostname, out_hostent, out_status, bUsable)) return bUsable;
@@ -319,17 +355,20 @@ bool HostNameServer::configureCAres(const TSHandle<ROConfiguration>& in_hConfig)
 
 bool HostNameServer::startAresTask() {
     AresReactorTask& aresTask = AresReactorTask::getInstance();
+    // Failures are the caller's to undo (the run is stopped); a task started
+    // elsewhere is left to its owner at thread exit.
     if (!CORVANE_ASSERT(dnsLogger(), "If this condition occurs, it means the " "AresReactorTask singleton was initialized in " "more than one place in the code. " "This is unsupported." && (aresTask.getTaskState() == Task::STOPPED_STATE))) {
-        stop();
         return false;
     }
-    return aresTask.start();
+    m_bAresStarted = aresTask.start();
+    return m_bAresStarted;
 }
 
 void HostNameServer::stopAresTask() {
     AresReactorTask& aresTask = AresReactorTask::getInstance();
     aresTask.stop();
     aresTask.waitUntilDone();
+    m_bAresStarted = false;
 }
 
 void HostNameServer::releaseAresChannel() {

@@ -14,7 +14,11 @@ class HostNameServer::GHBNFutureCallback : public HostNameServer::GetHostByNameC
 
 public:
     explicit GHBNFutureCallback(const ResultProducer<GHBNResult>& in_producer) : m_producer(in_producer) {}
-    bool onGhbnTimeout(const char*) override { return true; }
+    // The waiter is left to its own deadline, which reports the time-out.
+    bool onGhbnTimeout(const char*) override {
+        m_producer.expire();
+        return true;
+    }
     bool onGhbnResult(const char* in_szHostname, const Hostent& in_hostent, Hostent::GetHostByNameStatus in_status,
                       ACE_Time_Value in_ttl) override;
 

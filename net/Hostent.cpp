@@ -1,5 +1,7 @@
 #include "net/Hostent.h"
 
+#include <utility>
+
 #include <arpa/inet.h>
 
 #include <atomic>
@@ -77,6 +79,12 @@ Hostent::Hostent(const Hostent& in_other) : Hostent() { copyFrom(in_other.m_host
 Hostent& Hostent::operator=(const Hostent& in_other) {
     if (this != &in_other) copyFrom(in_other.m_hostent);
     return *this;
+}
+
+void Hostent::swap(Hostent& io_other) noexcept {
+    std::swap(m_hostent, io_other.m_hostent);
+    std::swap(m_uiNumAlias, io_other.m_uiNumAlias);
+    std::swap(m_uiNumAddress, io_other.m_uiNumAddress);
 }
 
 Hostent::~Hostent() {

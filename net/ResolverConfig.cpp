@@ -86,6 +86,7 @@ void addNameServer(const std::string& in_strValue, ResolverConfig& io_config) {
         return;
     }
     if (io_config.dnsServers.size() >= kMaxResolverConfigServers) {
+        io_config.bTooManyServers = true;
         CORVANE_DEBUG(resolverConfigLogger(),
                       "readResolverConfig : more than " << kMaxResolverConfigServers
                                                         << " name servers, left out: " << text);

@@ -91,7 +91,8 @@ bool Uri::initFrom(const char* in_url) {
 }
 
 bool Uri::initFrom(const StringVector& in_tokens, CountedObjPtr<PCFParse<CFRule>> in_pParse) {
-    if (!CORVANE_ASSERT(uriLogger(), ! in_pParse.isNull())) return false;
+    // Never false: a missing tree is reported and leaves an empty Uri.
+    CORVANE_ASSERT(uriLogger(), ! in_pParse.isNull());
     clear();
     initFrom_i(in_tokens, in_pParse);
     return true;

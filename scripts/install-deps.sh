@@ -1,16 +1,21 @@
 #!/usr/bin/env bash
 # Installs the Debian packages corvane-net needs to build, test and run.
-# Idempotent and quiet when nothing is missing. Usage: install-deps.sh [build|test|bench]
+# Idempotent and quiet when nothing is missing. Usage: install-deps.sh [build|test|bench|package]
 set -euo pipefail
 what=${1:-build}
 
 pkgs=(build-essential cmake ninja-build pkg-config
-      libace-dev liblog4cplus-dev libc-ares-dev libdumbnet-dev libboost-regex-dev)
+      libace-dev liblog4cplus-dev libc-ares-dev libdumbnet-dev libboost-regex-dev
+      nlohmann-json3-dev libcli11-dev)
+# The man page (help2man) and the .deb files (dpkg-shlibdeps, file).
+packaging=(help2man dpkg-dev file)
 case "$what" in
   build) ;;
-  test)  pkgs+=(libgtest-dev libgmock-dev dnsmasq-base iproute2 clang-14 libclang-rt-14-dev ccache) ;;
+  test)  pkgs+=(libgtest-dev libgmock-dev dnsmasq-base iproute2 clang-14 libclang-rt-14-dev ccache
+               "${packaging[@]}" doxygen man-db) ;;
   bench) pkgs+=(libbenchmark-dev dnsmasq-base libosip2-dev libsofia-sip-ua-dev) ;;
-  *) echo "usage: $0 [build|test|bench]" >&2; exit 2 ;;
+  package) pkgs+=("${packaging[@]}") ;;
+  *) echo "usage: $0 [build|test|bench|package]" >&2; exit 2 ;;
 esac
 
 missing=()

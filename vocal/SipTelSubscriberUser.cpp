@@ -45,13 +45,14 @@ bool SipTelSubscriberUser::decodeView(std::string_view in_text) {
     std::string_view name;
     std::string_view value;
     while (scan::nextParam(rest, name, value)) {
-        if (name == "isub") {
+        const std::string_view known = scan::beforeNul(name);
+        if (known == "isub") {
             m_isub.assign(value);
-        } else if (name == "postd") {
+        } else if (known == "postd") {
             m_postd.assign(value);
-        } else if (name == "phone-context") {
+        } else if (known == "phone-context") {
             m_phoneContext.assign(value);
-        } else if (name == "tsp") {
+        } else if (known == "tsp") {
             m_tsp.assign(value);
         } else {
             m_otherName.assign(name);

@@ -147,16 +147,17 @@ void SipUrl::decode(std::string_view in_text) {
     std::string_view value;
     while (scan::nextParam(rest, name, value)) {
         name = scan::trimSpaces(name);
-        if (name == "user") {
+        const std::string_view known = scan::beforeNul(name);
+        if (known == "user") {
             m_userParam.assign(value);
             userParamGiven = true;
-        } else if (name == "transport") {
+        } else if (known == "transport") {
             m_transport.assign(value);
-        } else if (name == "ttl") {
+        } else if (known == "ttl") {
             m_ttl.assign(value);
-        } else if (name == "maddr") {
+        } else if (known == "maddr") {
             m_maddr.assign(value);
-        } else if (name == "method") {
+        } else if (known == "method") {
             m_method.assign(value);
         } else if (m_userParam == "phone") {
             telParams += ';';
@@ -169,7 +170,7 @@ void SipUrl::decode(std::string_view in_text) {
         }
     }
     // "lr" counts only as the last parameter, without a value.
-    if (rest == "lr") m_bLr = true;
+    if (scan::beforeNul(rest) == "lr") m_bLr = true;
 
     if (!hasUserText && telParams.empty()) return;
     std::string_view user = userText;

@@ -65,7 +65,7 @@ CountedPtr<BaseUser> TelUrl::getUser() const {
 TextBuffer TelUrl::getUserValue() const { return m_user.isNull() ? TextBuffer() : m_user->encode(); }
 
 void TelUrl::setUser(CountedPtr<BaseUser> in_user) {
-    if (dynamic_cast<SipTelSubscriberUser*>(in_user.get()) != nullptr) m_user = in_user;
+    if (dynamic_cast<SipTelSubscriberUser*>(in_user.get()) != nullptr) m_user = in_user->duplicate();
 }
 
 bool TelUrl::setUserValue(const TextBuffer& in_user, const TextBuffer& /*in_userParam*/) {

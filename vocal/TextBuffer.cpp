@@ -2,10 +2,17 @@
 
 #include <cstdlib>
 #include <new>
+#include <stdexcept>
+#include <string>
 
 #include "TextScan.h"
 
 namespace Vocal {
+
+void TextBuffer::throwTooLong(size_t in_uiKept, size_t in_uiAdded) {
+    throw std::length_error("TextBuffer: a text of " + std::to_string(in_uiKept) + " + " + std::to_string(in_uiAdded) +
+                            " bytes is longer than the " + std::to_string(kMaxLength) + " bytes a TextBuffer holds");
+}
 
 void TextBuffer::grow(int32_t in_iLength, bool in_bKeep) {
     int32_t capacity = m_iCapacity;

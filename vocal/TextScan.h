@@ -13,6 +13,10 @@ namespace scan {
 inline char lowerAscii(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + ('a' - 'A')) : c; }
 
 // Same length and equal ignoring ASCII case.
+// The text up to its first NUL byte: texts compare as TextBuffer's comparisons
+// do, up to the terminating NUL.
+inline std::string_view beforeNul(std::string_view in_text) { return in_text.substr(0, in_text.find('\0')); }
+
 inline bool equalNoCase(std::string_view a, std::string_view b) {
     if (a.size() != b.size()) return false;
     for (size_t i = 0; i < a.size(); ++i) {

@@ -107,6 +107,9 @@ protected:
     bool stopTask() { return AddTimeoutToBlockingOpTask::stop(); }
     bool killTask() { return AddTimeoutToBlockingOpTask::kill(); }
     bool waitTask() { return AddTimeoutToBlockingOpTask::waitUntilDone(); }
+    bool waitForEndOfRun(std::chrono::milliseconds in_bound) {
+        return AddTimeoutToBlockingOpTask::waitForEndOfRun(in_bound);
+    }
     void setName(const std::string& in_strName) { setTaskName(in_strName); }
 
 private:
@@ -148,6 +151,12 @@ private:
     static void deliverDnsAnswerForTest(HostNameServer& in_server, const char* in_szHostname,
                                         GetHostByNameCallback* in_pNewCallback, bool in_bUseCache, int in_iStatus,
                                         const unsigned char* in_pAnswer, int in_iLength);
+    // Test hook (HostNameServerPeer): a synchronous resolution on the running
+    // pool whose work hands the given answer and c-ares status to the DNS
+    // answer callback, as the DNS task would, and waits up to in_timeout.
+    static bool resolveWithDnsAnswerForTest(HostNameServer& in_server, const char* in_szHostname, int in_iStatus,
+                                            const unsigned char* in_pAnswer, int in_iLength, Hostent& out_hostent,
+                                            Hostent::GetHostByNameStatus& out_status, ACE_Time_Value in_timeout);
     bool startAresTask();
     void stopAresTask();
     void releaseAresChannel();
@@ -160,6 +169,7 @@ private:
     bool m_bCacheSuccess;                                 // store successes; set by configure
     bool m_bCacheFailures;                                // store failures; set by configure
     ares_channel m_aresChannel;                           // the DNS channel; null while DNS mode is off
+    bool m_bAresStarted;  // this run's entry started the DNS task, so its exit stops it; under the service lock
 };
 
 }  // namespace Tarvik

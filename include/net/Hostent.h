@@ -34,6 +34,8 @@ public:
     Hostent(const Hostent& in_other);
     Hostent& operator=(const Hostent& in_other);
     ~Hostent();
+    // Exchanges the two records; never throws.
+    void swap(Hostent& io_other) noexcept;
 
     operator const hostent&() const { return m_hostent; }
 

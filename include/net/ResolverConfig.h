@@ -20,6 +20,8 @@ struct ResolverConfig {
     // The primary DNS domain: the last "domain" line, else the first entry of
     // the last "search" line; without a trailing dot. Empty when there is none.
     std::string domain;
+    // More IPv4 name servers than kMaxResolverConfigServers were named.
+    bool bTooManyServers = false;
 };
 
 // Reads the resolver configuration into out_config (emptied first). False when

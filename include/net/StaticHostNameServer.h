@@ -12,6 +12,9 @@ class StaticHostNameServer : public HostNameServer, private SharedTaskImpl {
 
 public:
     StaticHostNameServer();
+    // Stops the task and waits for its threads while the whole object still
+    // stands: a thread ending its run calls the object's virtual hooks.
+    ~StaticHostNameServer() override;
 
     bool start() override { return SharedTaskImpl::start(); }
     bool kill() override { return SharedTaskImpl::kill(); }

@@ -45,23 +45,38 @@ public:
         }
         m_cond.broadcast();
     }
+    // A producer's own time-out: no result will come, and the waiter is left
+    // to its deadline rather than woken with none (a waiter without a
+    // deadline is told at once that time ran out).
+    void expire() {
+        {
+            ACE_Guard<ACE_Thread_Mutex> guard(m_mutex);
+            if (m_bDelivered) return;
+            m_bExpired = true;
+        }
+        m_cond.broadcast();
+    }
     void addProducer() { m_producers.fetch_add(1, std::memory_order_relaxed); }
-    // The last producer gone without a result wakes the waiter with none.
+    // The last producer gone without a result wakes the waiter with none,
+    // unless a producer expired the result.
     void releaseProducer() {
         if (m_producers.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-        ACE_Guard<ACE_Thread_Mutex> guard(m_mutex);
-        if (m_bDelivered) return;
-        m_bDelivered = true;
-        m_bValid = false;
+        {
+            ACE_Guard<ACE_Thread_Mutex> guard(m_mutex);
+            if (m_bDelivered || m_bExpired) return;
+            m_bDelivered = true;
+            m_bValid = false;
+        }
         m_cond.broadcast();
     }
 
 private:
     template <class>
     friend class BlockingWait;
-    ACE_Thread_Mutex m_mutex;            // guards the three members below
-    ACE_Condition_Thread_Mutex m_cond;   // signalled when m_bDelivered becomes true
+    ACE_Thread_Mutex m_mutex;            // guards the four members below
+    ACE_Condition_Thread_Mutex m_cond;   // signalled when m_bDelivered or m_bExpired becomes true
     bool m_bDelivered = false;           // a result (valid or not) is there
+    bool m_bExpired = false;             // a producer timed out: no result will come
     bool m_bValid = false;               // m_result holds a valid result
     R m_result{};                        // meaningful when m_bValid
     std::atomic<long> m_producers{0};    // holders that may still deliver
@@ -79,6 +94,7 @@ public:
     ~ResultProducer() { m_pShared->releaseProducer(); }
 
     void deliver(const R& in_result, bool in_bValid) const { m_pShared->deliver(in_result, in_bValid); }
+    void expire() const { m_pShared->expire(); }
     template <class Fill>
     void deliverWith(Fill&& in_fill, bool in_bValid) const {
         m_pShared->deliverWith(std::forward<Fill>(in_fill), in_bValid);
@@ -95,7 +111,8 @@ class BlockingWait {
 public:
     // Waits until a result is there or the absolute deadline passes (null:
     // no deadline). Returns 0 with a valid result copied into out_result, 1
-    // for a result marked not valid, 2 at the deadline, 3 when the wait failed.
+    // for a result marked not valid, 2 at the deadline (at once when there is
+    // none and the result expired), 3 when the wait failed.
     static int wait(SharedResult<R>& io_shared, const ACE_Time_Value* in_pDeadline, R& out_result,
                     const Logger& in_logger) {
         return waitAndTake(io_shared, in_pDeadline, [&out_result](const R& in_result) { out_result = in_result; },
@@ -108,6 +125,8 @@ public:
                            const Logger& in_logger) {
         ACE_Guard<ACE_Thread_Mutex> guard(io_shared.m_mutex);
         while (!io_shared.m_bDelivered) {
+            // Expired: a waiter with a deadline waits it out; one without would wait for ever.
+            if (io_shared.m_bExpired && in_pDeadline == nullptr) return 2;
             if (io_shared.m_cond.wait(in_pDeadline) == -1) {
                 const int error = errno;
                 if (io_shared.m_bDelivered) break;
@@ -162,8 +181,10 @@ public:
     int doWorkAndTake(Work<R>* in_pNewWork, Take&& in_take, const ACE_Time_Value& in_timeout) {
         if (!CORVANE_ASSERT(blockingOpLogger(), in_pNewWork != 0)) return DOWORK_FAILED;
         CountedObjPtr<SharedResult<R>> pShared = in_pNewWork->getProducer().getShared();
-        const bool bNoLimit = in_timeout == ACE_Time_Value::max_time;
-        const ACE_Time_Value deadline = bNoLimit ? ACE_Time_Value::zero : ACE_OS::gettimeofday() + in_timeout;
+        const ACE_Time_Value now = ACE_OS::gettimeofday();
+        // A deadline past the largest time value is none: now + in_timeout would overflow.
+        const bool bNoLimit = in_timeout == ACE_Time_Value::max_time || in_timeout > ACE_Time_Value::max_time - now;
+        const ACE_Time_Value deadline = bNoLimit ? ACE_Time_Value::zero : now + in_timeout;
         if (!enqueue(in_pNewWork, "AddTimeoutToBlockingOpTask::doWork")) return DOWORK_FAILED;
         return BlockingWait<R>::waitAndTake(*pShared, bNoLimit ? nullptr : &deadline, std::forward<Take>(in_take),
                                             blockingOpLogger());

@@ -2,6 +2,7 @@
 // configuration, a thread pool over one activation queue, and one-shot timers.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -57,12 +58,20 @@ public:
     explicit StaticReactorTaskImpl(const std::string& in_strName);
     ~StaticReactorTaskImpl() override;
 
-    // Sets the number of threads of the next start; false for 0 or while running.
+    // Sets the number of threads of the next start; false for 0, and false
+    // (reported) while threads of a run are alive.
     bool setNumThread(size_t in_uiNumThread);
     size_t getNumThread() const;
+    // After a stop that did not wait: waits up to in_bound for the threads of
+    // the run to end (exit hook included) and joins them. True at once when
+    // the task runs or never ran; false, reported, when the bound passes or
+    // when called from one of the task's threads.
+    bool waitForEndOfRun(std::chrono::milliseconds in_bound);
 
     // Launches the threads (the state becomes STARTING_STATE; the entry hook
-    // makes it RUNNING). False while an earlier run has not been stopped.
+    // makes it RUNNING). False while an earlier run has not been stopped, and
+    // false, reported, when a thread cannot be made: the threads already made
+    // are stopped and joined, and a later start may succeed.
     bool start() override;
     // Asks the threads to end after the request each is running; requests still
     // queued are destroyed. Returns at once.
@@ -90,13 +99,19 @@ protected:
 private:
     void svc();
     void joinThreads();
+    void joinThreadsLocked();  // m_joinMutex held
+    // A start that could make only some of its threads: stops and joins them
+    // (m_joinMutex held).
+    void undoStart(size_t in_uiMissing, const std::string& in_strError);
 
-    mutable std::mutex m_queueMutex;             // guards the members down to m_uiActive
+    mutable std::mutex m_queueMutex;             // guards the members down to m_uiAlive
     std::condition_variable m_queueCond;         // signalled on new work and on stop
     std::deque<ACE_Method_Request*> m_queue;     // requests waiting for a thread
     bool m_bStopping = false;                    // the current run was asked to stop
     size_t m_uiNumThread = 1;                    // threads of the next start
-    size_t m_uiActive = 0;                       // threads of the current run still alive
+    size_t m_uiActive = 0;                       // threads of the current run not yet past their loop
+    size_t m_uiAlive = 0;                        // threads of the current run not yet past their exit hook
+    std::condition_variable m_endCond;           // signalled when m_uiAlive reaches 0
     std::vector<std::thread> m_threads;          // threads of the current or last run, until joined
     std::mutex m_joinMutex;                      // serialises joins of m_threads
     std::recursive_mutex m_svcMutex;             // the service lock, held around the hooks

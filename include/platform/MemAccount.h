@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,10 @@ private:
     std::atomic<long> m_objects{0};  // live objects (class allocations)
     std::atomic<long> m_bytes{0};    // live bytes, objects and buffers together
 };
+
+// Test hook: every later accounted allocation asks in_refuse (given the size)
+// first and throws std::bad_alloc when it answers true; null removes the hook.
+void setAllocationFaultForTest(std::function<bool(std::size_t)> in_refuse);
 
 // Allocation of whole objects under an account (used by the class operators
 // that CORVANE_STATIC_ALLOCATOR declares).

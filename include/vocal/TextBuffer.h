@@ -23,6 +23,8 @@ public:
     };
 
     static constexpr int32_t kInlineCapacity = 31;  // bytes kept inside the object
+    // The longest text a buffer holds; a longer one is refused with std::length_error.
+    static constexpr size_t kMaxLength = INT32_MAX - 1;
 
     TextBuffer() noexcept { m_inline[0] = '\0'; }
     TextBuffer(const char* in_sz) : TextBuffer() { assign(in_sz ? std::string_view(in_sz) : std::string_view()); }  // NOLINT
@@ -65,6 +67,7 @@ public:
     std::string toString() const { return str(); }
 
     TextBuffer& assign(std::string_view in_view) {
+        checkLength(0, in_view.size());
         const int32_t length = static_cast<int32_t>(in_view.size());
         if (length > m_iCapacity) grow(length, false);
         if (length != 0) std::memmove(m_p, in_view.data(), in_view.size());
@@ -73,6 +76,7 @@ public:
         return *this;
     }
     TextBuffer& append(std::string_view in_view) {
+        checkLength(static_cast<size_t>(m_iLength), in_view.size());
         const int32_t length = m_iLength + static_cast<int32_t>(in_view.size());
         if (length > m_iCapacity) return appendGrowing(in_view);
         if (!in_view.empty()) std::memmove(m_p + m_iLength, in_view.data(), in_view.size());
@@ -107,6 +111,12 @@ public:
     void removeSpaces();
 
 private:
+    // Throws std::length_error, before anything changes, when in_uiAdded bytes
+    // after in_uiKept would make a text longer than kMaxLength.
+    static void checkLength(size_t in_uiKept, size_t in_uiAdded) {
+        if (in_uiAdded > kMaxLength - in_uiKept) throwTooLong(in_uiKept, in_uiAdded);
+    }
+    [[noreturn]] static void throwTooLong(size_t in_uiKept, size_t in_uiAdded);
     // Makes room for in_iLength bytes and the NUL, keeping the text when asked.
     void grow(int32_t in_iLength, bool in_bKeep);
     // append() when the text does not fit; in_view may lie in this buffer.

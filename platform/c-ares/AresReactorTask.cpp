@@ -16,6 +16,7 @@
 #include "platform/Assertion.h"
 #include "platform/Logger.h"
 #include "platform/SingletonRegistry.h"
+#include "platform/Thread.h"
 
 namespace Tarvik {
 
@@ -133,10 +134,9 @@ bool AresReactorTask::start() {
         m_state = RUNNING;
         m_bStopRequested = false;
     }
-    try {
-        m_thread = std::thread(&AresReactorTask::run, this, channel);
-    } catch (const std::system_error& e) {
-        CORVANE_ERROR(logger(), traceScope.getName() << " : cannot make the loop thread : " << e.what());
+    std::string strError;
+    if (!startThread(m_thread, [this, channel] { run(channel); }, strError)) {
+        CORVANE_ERROR(logger(), traceScope.getName() << " : cannot make the loop thread : " << strError);
         std::vector<Request> queued;
         {
             std::lock_guard<std::mutex> guard(m_mutex);

@@ -1,9 +1,11 @@
 #include "platform/MemAccount.h"
 
 #include <cstdlib>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <new>
+#include <utility>
 
 namespace Tarvik {
 
@@ -26,7 +28,25 @@ Registry& registry() {
     return *s_pRegistry;
 }
 
+// The test hook's predicate; checked only while s_bFaultHook is set.
+std::atomic<bool> s_bFaultHook{false};
+std::mutex& faultMutex() {
+    static std::mutex* s_pMutex = new std::mutex;
+    return *s_pMutex;
+}
+std::function<bool(std::size_t)>& faultHook() {  // under faultMutex()
+    static auto* s_pHook = new std::function<bool(std::size_t)>;
+    return *s_pHook;
+}
+
+bool refusedForTest(std::size_t in_size) {
+    if (!s_bFaultHook.load(std::memory_order_acquire)) return false;
+    std::lock_guard<std::mutex> guard(faultMutex());
+    return faultHook() && faultHook()(in_size);
+}
+
 void* allocateBlock(MemAccount& in_account, std::size_t in_size, std::atomic<long>& in_bytes) {
+    if (refusedForTest(in_size)) throw std::bad_alloc();
     void* pRaw = std::malloc(sizeof(BlockHeader) + in_size);
     if (pRaw == nullptr) throw std::bad_alloc();
     BlockHeader* pHeader = static_cast<BlockHeader*>(pRaw);
@@ -56,6 +76,12 @@ std::vector<MemAccount::Snapshot> MemAccount::snapshot() {
         out.push_back({entry.first, entry.second->getLiveObjects(), entry.second->getLiveBytes()});
     }
     return out;
+}
+
+void setAllocationFaultForTest(std::function<bool(std::size_t)> in_refuse) {
+    std::lock_guard<std::mutex> guard(faultMutex());
+    s_bFaultHook.store(static_cast<bool>(in_refuse), std::memory_order_release);
+    faultHook() = std::move(in_refuse);
 }
 
 void* StaticMemAllocator::allocate(MemAccount& in_account, std::size_t in_size) {

@@ -1,12 +1,19 @@
 #include <memory>
 
+#include "platform/Logger.h"
 #include "platform/ManageableTaskImplBase.h"
+#include "platform/Thread.h"
 
 namespace Tarvik {
 
 namespace {
 thread_local const StaticReactorTaskImpl* t_pPool = nullptr;  // task the calling thread belongs to
+
+Logger& poolLogger() {
+    static Logger& s_logger = getLogger("corvane.thread.StaticReactorTaskImpl");
+    return s_logger;
 }
+}  // namespace
 
 ManageableTaskImplBase::ManageableTaskImplBase(const std::string& in_strName)
     : m_strName(in_strName), m_state(Task::STOPPED_STATE) {}
@@ -48,8 +55,28 @@ StaticReactorTaskImpl::~StaticReactorTaskImpl() {
 bool StaticReactorTaskImpl::setNumThread(size_t in_uiNumThread) {
     if (in_uiNumThread == 0) return false;
     std::lock_guard<std::mutex> guard(m_queueMutex);
-    if (m_uiActive != 0) return false;
+    if (m_uiAlive != 0) {
+        CORVANE_ERROR(poolLogger(), "StaticReactorTaskImpl::setNumThread : " << getTaskName()
+                                        << " : refused, the threads of a run are still alive");
+        return false;
+    }
     m_uiNumThread = in_uiNumThread;
+    return true;
+}
+
+bool StaticReactorTaskImpl::waitForEndOfRun(std::chrono::milliseconds in_bound) {
+    if (isPoolThread()) return false;
+    {
+        std::unique_lock<std::mutex> lock(m_queueMutex);
+        if (m_uiAlive != 0 && !m_bStopping) return true;  // running: nothing to wait for
+        if (!m_endCond.wait_for(lock, in_bound, [this] { return m_uiAlive == 0; })) {
+            CORVANE_ERROR(poolLogger(), "StaticReactorTaskImpl::waitForEndOfRun : " << getTaskName()
+                                            << " : the threads of the previous run have not ended after "
+                                            << in_bound.count() << " ms");
+            return false;
+        }
+    }
+    joinThreads();
     return true;
 }
 
@@ -70,13 +97,16 @@ bool StaticReactorTaskImpl::start() {
     }
     joinThreads();  // the end of an earlier run
     std::lock_guard<std::mutex> joinGuard(m_joinMutex);
+    size_t count = 0;
     {
         std::lock_guard<std::mutex> guard(m_queueMutex);
-        if (m_uiActive != 0) return false;
+        if (m_uiAlive != 0) return false;
         m_bStopping = false;
-        m_uiActive = m_uiNumThread;
+        count = m_uiNumThread;
+        m_uiActive = count;
+        m_uiAlive = count;
     }
-    // Every thread of an earlier run is past its entry (m_uiActive is 0, read
+    // Every thread of an earlier run is past its exit (m_uiAlive is 0, read
     // under m_queueMutex) and none of this run exists yet, so no lock is needed;
     // taking the service lock here would order it after whatever the caller holds.
     m_bEntered = false;
@@ -84,12 +114,43 @@ bool StaticReactorTaskImpl::start() {
     if (!startServices()) {
         std::lock_guard<std::mutex> guard(m_queueMutex);
         m_uiActive = 0;
+        m_uiAlive = 0;
         setTaskState(Task::STOPPED_STATE);
         return false;
     }
-    const size_t count = getNumThread();
-    for (size_t i = 0; i < count; ++i) m_threads.emplace_back([this] { svc(); });
-    return true;
+    size_t made = 0;
+    std::string strError;
+    try {
+        m_threads.reserve(count);
+        for (; made < count; ++made) {
+            std::thread thread;
+            if (!startThread(thread, [this] { svc(); }, strError)) break;
+            m_threads.push_back(std::move(thread));  // cannot throw: room was reserved
+        }
+    } catch (const std::exception& e) {  // the reservation
+        strError = e.what();
+    }
+    if (made == count) return true;
+    undoStart(count - made, strError);
+    return false;
+}
+
+void StaticReactorTaskImpl::undoStart(size_t in_uiMissing, const std::string& in_strError) {
+    CORVANE_ERROR(poolLogger(), "StaticReactorTaskImpl::start : " << getTaskName() << " : cannot make a thread ("
+                                    << in_uiMissing << " missing) : " << in_strError);
+    bool bNoneMade = false;
+    {
+        std::lock_guard<std::mutex> guard(m_queueMutex);
+        m_uiActive -= in_uiMissing;
+        m_uiAlive -= in_uiMissing;
+        bNoneMade = m_uiAlive == 0;
+    }
+    // The threads that were made end their run as after any stop: the last one
+    // out runs the exit hook. This class's own stop: a derived one may be the
+    // caller's, which is still starting.
+    StaticReactorTaskImpl::stop();
+    if (bNoneMade) setTaskState(Task::STOPPED_STATE);
+    joinThreadsLocked();  // start holds m_joinMutex
 }
 
 bool StaticReactorTaskImpl::stop() {
@@ -117,6 +178,10 @@ bool StaticReactorTaskImpl::waitUntilDone() {
 
 void StaticReactorTaskImpl::joinThreads() {
     std::lock_guard<std::mutex> joinGuard(m_joinMutex);
+    joinThreadsLocked();
+}
+
+void StaticReactorTaskImpl::joinThreadsLocked() {
     for (std::thread& thread : m_threads) {
         if (thread.joinable()) thread.join();
     }
@@ -174,6 +239,11 @@ void StaticReactorTaskImpl::svc() {
         setTaskState(Task::STOPPED_STATE);
     }
     t_pPool = nullptr;
+    {
+        std::lock_guard<std::mutex> guard(m_queueMutex);
+        if (--m_uiAlive != 0) return;
+    }
+    m_endCond.notify_all();
 }
 
 }  // namespace Tarvik

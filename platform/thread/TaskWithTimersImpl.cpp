@@ -2,6 +2,9 @@
 
 #include <vector>
 
+#include "platform/Logger.h"
+#include "platform/Thread.h"
+
 namespace Tarvik {
 
 TaskWithTimersImpl::TaskWithTimersImpl(const std::string& in_strName)
@@ -16,7 +19,14 @@ bool TaskWithTimersImpl::startServices() {
     joinServices();
     std::lock_guard<std::mutex> guard(m_timerMutex);
     m_bTimersRunning = true;
-    m_timerThread = std::thread([this] { timerLoop(); });
+    std::string strError;
+    if (!startThread(m_timerThread, [this] { timerLoop(); }, strError)) {
+        m_bTimersRunning = false;
+        CORVANE_ERROR(getLogger("corvane.thread.TaskWithTimersImpl"),
+                      "TaskWithTimersImpl::startServices : " << getTaskName() << " : cannot make the timer thread : "
+                                                             << strError);
+        return false;
+    }
     return true;
 }
 
@@ -43,7 +53,11 @@ long TaskWithTimersImpl::scheduleTimerImpl(TimeoutProcessor* in_pProcessor, cons
                                            unsigned long long /*in_ullReserved*/, bool /*in_bReserved*/) {
     if (in_pProcessor == nullptr) return -1;
     const auto toDuration = [](const ACE_Time_Value& tv) {
-        return std::chrono::seconds(tv.sec()) + std::chrono::microseconds(tv.usec());
+        // Saturated at about a century: the clock's nanoseconds would overflow
+        // near ACE_Time_Value::max_time.
+        const time_t kMaxSeconds = 100LL * 365 * 24 * 3600;
+        if (tv.sec() >= kMaxSeconds) return Clock::duration(std::chrono::seconds(kMaxSeconds));
+        return Clock::duration(std::chrono::seconds(tv.sec()) + std::chrono::microseconds(tv.usec()));
     };
     long id = -1;
     {

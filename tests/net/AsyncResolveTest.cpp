@@ -67,8 +67,10 @@ protected:
 TEST_F(AsyncResolve, WithoutTimerTheContainerGoesRightAfterTheResult) {
     ASSERT_TRUE(Net::initializeLibrary());
     Heard heard;
+    corvane_test::LogCapture log(Tarvik::TRACE_LOG_LEVEL);
     EXPECT_TRUE(server().resolve("10.5.0.1", new Client(heard), ACE_Time_Value::max_time, false));
     ASSERT_TRUE(heard.waitTold());
+    EXPECT_EQ(log.count("ENTER HostNameServer::getHostByName"), 1u);
     EXPECT_TRUE(drained("AsynchGHBNCallbackContainer"));
     EXPECT_EQ(live("AsynchGHBNTimeoutProcessor"), 0) << "no timer is armed for max_time";
     EXPECT_EQ(heard.results.load(), 1);

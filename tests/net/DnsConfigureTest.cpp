@@ -4,15 +4,15 @@
 
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include <ace/Guard_T.h>
-
 #include "DnsMode.h"
 #include "net/DNS.h"
 #include "platform/AresReactorTask.h"
+#include "platform/Thread.h"
 #include "support/AresChannel.h"
 #include "support/AssertCapture.h"
 #include "support/HostLookupHook.h"
@@ -232,29 +232,26 @@ TEST_F(DnsConfigure, DnsTaskStartedElsewhereAfterConfigurationStopsTheResolver) 
     DnsResponder responder("127.53.60.28");
     startServer(responder);
     set(kServersParam, responder.address());
+    set("corvane.net.HostNameServer.numThread", "1");
     Tarvik::AresReactorTask& task = Tarvik::AresReactorTask::getInstance();
     corvane_test::LogCapture log;
     corvane_test::AssertCapture asserts;
-    std::atomic<bool> initialized{true};
-    std::thread initializer;
-    {
-        // The thread entry flushes the cache under its lock first: holding it
-        // lets the DNS task be started after configuration, before the entry.
-        ACE_Guard<ACE_Recursive_Thread_Mutex> guard(server().getCacheLock());
-        initializer = std::thread([&initialized] { initialized = Net::initializeLibrary(); });
-        bool bHandedOver = false;
-        for (int i = 0; i < 5000 && !bHandedOver; ++i) {
-            bHandedOver = log.contains(Tarvik::DEBUG_LOG_LEVEL, "AresReactorTask::setChannel : channel=0x");
-            if (!bHandedOver) std::this_thread::sleep_for(1ms);
+    // Threads of a start: the timer thread, then the pool thread, whose entry
+    // starts the DNS task. Just before the pool thread, someone else starts it.
+    auto pCount = std::make_shared<std::atomic<int>>(0);
+    Tarvik::setThreadCreationFaultForTest([pCount, &task] {
+        if (++*pCount == 2) {
+            EXPECT_TRUE(task.start());
         }
-        EXPECT_TRUE(bHandedOver);
-        EXPECT_TRUE(task.start());
-    }
-    initializer.join();
-    EXPECT_FALSE(initialized.load());
+        return false;
+    });
+    EXPECT_FALSE(Net::initializeLibrary());
+    Tarvik::setThreadCreationFaultForTest(nullptr);
     EXPECT_TRUE(asserts.contains(kTaskStartedElsewhere));
     EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, "failed to initialize Net library. Failed to start HostNameServer"));
-    EXPECT_NE(server().getTaskState(), Tarvik::Task::RUNNING);
+    EXPECT_EQ(server().getTaskState(), Tarvik::Task::STOPPED_STATE);
+    // The resolver did not start the task, so it leaves it to whoever did.
+    EXPECT_EQ(task.getTaskState(), Tarvik::Task::RUNNING);
     task.stop();
     task.waitUntilDone();
 }
@@ -293,6 +290,21 @@ TEST_F(DnsConfigure, HostDnsServersAreAppendedPrimaryFirst) {
     Net::setResolverConfigPathForTest(corvane_test::TempFile::uniquePath());
     EXPECT_FALSE(Net::getAdapterDNSServers(servers, nullptr));
     EXPECT_TRUE(servers.empty());
+}
+
+TEST_F(DnsConfigure, HostWithMoreThanTenDnsServersFailsTheHostList) {
+    std::string content;
+    for (int i = 1; i <= 11; ++i) content += "nameserver 10.0.0." + std::to_string(i) + "\n";
+    setResolverConfig(content);
+    Tarvik::StringVector servers;
+    EXPECT_FALSE(Net::getAdapterDNSServers(servers, nullptr));
+    EXPECT_TRUE(servers.empty());
+
+    set(kServersParam, "use-host-dns-list");
+    corvane_test::LogCapture log;
+    EXPECT_FALSE(Net::initializeLibrary());
+    EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, "failed to retrieve this host's DNS servers"));
+    EXPECT_FALSE(server().isDnsMode());
 }
 
 TEST_F(DnsConfigure, HostDnsServersOfANamedAdapterAreNotImplemented) {

@@ -291,8 +291,9 @@ TEST_F(DnsResolve, DottedLiteralIsAnsweredWithoutAQuery) {
     DnsResponder responder("127.53.60.7");
     startServer(responder);
     startWith(responder.address());
-    corvane_test::LogCapture log;
+    corvane_test::LogCapture log(Tarvik::TRACE_LOG_LEVEL);
     const Outcome outcome = resolve("10.1.2.3");
+    EXPECT_EQ(log.count("ENTER HostNameServer::getDNSARecords"), 1u);
     EXPECT_TRUE(outcome.ok);
     EXPECT_EQ(outcome.addresses, std::vector<std::string>{"10.1.2.3"});
     EXPECT_EQ(outcome.name, "10.1.2.3");

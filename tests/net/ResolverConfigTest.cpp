@@ -36,16 +36,17 @@ TEST(ResolverConfig, ReadsServersInFileOrderAndThePrimaryDomain) {
         std::string content;
         std::vector<std::string> servers;
         std::string domain;
+        bool tooMany = false;  // more servers were named than are kept
     } rows[] = {
         {"empty file", "", {}, ""},
         {"servers in order", "nameserver 10.0.0.3\nnameserver 10.0.0.1\nnameserver 10.0.0.2\n",
          {"10.0.0.3", "10.0.0.1", "10.0.0.2"}, ""},
         {"ten servers kept", nameServers(1, 10), dotted(1, 10), ""},
-        {"an eleventh and later left out", nameServers(1, 12), dotted(1, 10), ""},
+        {"an eleventh and later left out", nameServers(1, 12), dotted(1, 10), "", true},
         {"IPv6 servers left out and not counted",
          "nameserver ::1\n" + nameServers(1, 5) + "nameserver fe80::1%eth0\nnameserver 2001:db8::53\n" +
              nameServers(6, 6),
-         dotted(1, 10), ""},
+         dotted(1, 10), "", true},
         {"malformed addresses left out",
          "nameserver 10.0.0.999\nnameserver\nnameserver \nnameserver 10.0.0.1x\nnameserver 10.0.0.4\n",
          {"10.0.0.4"}, ""},
@@ -77,6 +78,7 @@ TEST(ResolverConfig, ReadsServersInFileOrderAndThePrimaryDomain) {
         ASSERT_TRUE(Tarvik::Net::readResolverConfig(config));
         EXPECT_EQ(config.dnsServers, row.servers);
         EXPECT_EQ(config.domain, row.domain);
+        EXPECT_EQ(config.bTooManyServers, row.tooMany);
     }
 }
 

@@ -98,19 +98,6 @@ TEST_F(Resolver, CloseThenRestartServesAgain) {
     }
 }
 
-TEST_F(Resolver, TaskThatNeverReachesRunningFailsTheStartAfterItsPolls) {
-    corvane_test::LogCapture log;
-    {
-        // The pool's entry flushes the cache under its lock: holding it keeps
-        // the resolver from ever reaching RUNNING during the start's polls.
-        ACE_Guard<ACE_Recursive_Thread_Mutex> guard(server().getCacheLock());
-        EXPECT_FALSE(Net::initializeLibrary());
-    }
-    EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL,
-                             "failed to initialize Net library. Failed to start HostNameServer"));
-    EXPECT_FALSE(log.contains(Tarvik::DEBUG_LOG_LEVEL, "Succesfully initialized Net library"));
-}
-
 TEST_F(Resolver, TimeOutReturnsWhileTheLookupFinishesInTheBackground) {
     set("corvane.net.HostNameServer.cacheSuccess", "true");
     ASSERT_TRUE(Net::initializeLibrary());

@@ -76,7 +76,7 @@ protected:
 };
 
 TEST_F(SipLocatorAnswers, AdditionalRecordsAnswerWithoutQueries) {
-    serveOn("127.53.71.1");
+    serveOn("127.53.91.1");
     responder().answer("_sip._tcp.add.test", srvAnswer("add.test"));
     responder().answer("nadd.test", naptrAnswer("nadd.test"));
 
@@ -104,7 +104,7 @@ TEST_F(SipLocatorAnswers, AdditionalRecordsAnswerWithoutQueries) {
 }
 
 TEST_F(SipLocatorAnswers, NegativeAnswersAreKeptAsTheirSoaSaysAndTtlZeroNever) {
-    serveOn("127.53.71.2");
+    serveOn("127.53.91.2");
     const struct Row {
         const char* name;
         dns::Bytes answer;
@@ -146,7 +146,7 @@ TEST_F(SipLocatorAnswers, NegativeAnswersAreKeptAsTheirSoaSaysAndTtlZeroNever) {
 }
 
 TEST_F(SipLocatorAnswers, AddressesComeInTheFamilyOrderAsked) {
-    serveOn("127.53.71.7");
+    serveOn("127.53.91.7");
     // The A query comes first, then the AAAA query.
     responder().scriptPerQuery(
         "fam.test",
@@ -178,7 +178,7 @@ TEST_F(SipLocatorAnswers, AddressesComeInTheFamilyOrderAsked) {
 }
 
 TEST_F(SipLocatorAnswers, TheLeastRecentlyUsedRecordsGoWhenTheCacheIsFull) {
-    serveOn("127.53.71.6");
+    serveOn("127.53.91.6");
     for (const char* name : {"lru1.test", "lru2.test", "lru3.test"}) {
         responder().answer(name, dns::response(name, {dns::a(dns::pointer(12), "10.71.3.1", 600)}));
     }
@@ -214,7 +214,7 @@ TEST_F(SipLocatorAnswers, TheLeastRecentlyUsedRecordsGoWhenTheCacheIsFull) {
 }
 
 TEST_F(SipLocatorAnswers, SrvWeightsShareTheFirstPlaceAsRfc2782Says) {
-    serveOn("127.53.71.3");
+    serveOn("127.53.91.3");
     // One priority with weights 0, 10, 20 and 70, and a record of a later
     // priority; every target's address rides along.
     const uint16_t weights[] = {0, 10, 20, 70};
@@ -262,7 +262,7 @@ TEST_F(SipLocatorAnswers, SrvWeightsShareTheFirstPlaceAsRfc2782Says) {
 }
 
 TEST_F(SipLocatorAnswers, AFailedTargetGoesLastUntilItsMarkEndsAndTheRecordsStay) {
-    serveOn("127.53.71.4");
+    serveOn("127.53.91.4");
     responder().answer("m.test", dns::response("m.test", {dns::a(dns::pointer(12), "10.73.0.1", 3600),
                                                           dns::a(dns::pointer(12), "10.73.0.2", 3600),
                                                           dns::a(dns::pointer(12), "10.73.0.3", 3600)}));
@@ -299,7 +299,7 @@ TEST_F(SipLocatorAnswers, AFailedTargetGoesLastUntilItsMarkEndsAndTheRecordsStay
 }
 
 TEST_F(SipLocatorAnswers, EveryTruncationAndCorruptionIsOneClearFailure) {
-    serveOn("127.53.71.5");
+    serveOn("127.53.91.5");
     struct Row {
         std::string uri;      // asks for the answer below first
         std::string name;     // the name it asks

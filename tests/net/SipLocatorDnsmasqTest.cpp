@@ -55,7 +55,7 @@ protected:
 };
 
 TEST_F(SipLocatorDnsmasq, EveryBranchOfTheProcedure) {
-    serveOn("127.53.70.1");
+    serveOn("127.53.90.1");
     const struct Row {
         const char* uri;
         Locator::Family family;
@@ -145,7 +145,7 @@ TEST_F(SipLocatorDnsmasq, EveryBranchOfTheProcedure) {
 }
 
 TEST_F(SipLocatorDnsmasq, CachedRecordsAnswerTheSecondRequestWithoutQueries) {
-    serveOn("127.53.70.2");
+    serveOn("127.53.90.2");
     ASSERT_TRUE(m_locator.start());
     const Locator::Result first = locate("sip:srvonly.test", Locator::FAMILY_IPV4);
     const Locator::Statistics before = m_locator.getStatistics();

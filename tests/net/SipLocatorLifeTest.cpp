@@ -42,10 +42,10 @@ TEST_F(SipLocatorLife, AConfigurationWithoutServerIsAnErrorNeverADefault) {
         {nullptr, "domain corvane.test\n", false, "the host's resolver configuration names no DNS server"},
         {"use-host-dns-list", "domain corvane.test\n", false,
          "failed to parse the value of parameter corvane.net.HostNameServer.DNSServerIPAddrList"},
-        {",", "nameserver 127.53.74.1\n", false,
+        {",", "nameserver 127.53.94.1\n", false,
          "failed to parse the value of parameter corvane.net.HostNameServer.DNSServerIPAddrList"},
-        {nullptr, "nameserver 127.53.74.1\n", true, ""},
-        {"use-host-dns-list", "nameserver 127.53.74.1\n", true, ""},
+        {nullptr, "nameserver 127.53.94.1\n", true, ""},
+        {"use-host-dns-list", "nameserver 127.53.94.1\n", true, ""},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.parameter ? row.parameter : "(absent)");
@@ -67,7 +67,7 @@ TEST_F(SipLocatorLife, AConfigurationWithoutServerIsAnErrorNeverADefault) {
 }
 
 TEST_F(SipLocatorLife, UrisThatCannotBeLocatedAreRefusedWithAReason) {
-    setServers("127.53.74.11");  // never asked
+    setServers("127.53.94.11");  // never asked
     ASSERT_TRUE(m_locator.start());
     const struct {
         const char* uri;
@@ -96,7 +96,7 @@ TEST_F(SipLocatorLife, UrisThatCannotBeLocatedAreRefusedWithAReason) {
 }
 
 TEST_F(SipLocatorLife, AThreadThatCannotBeMadeUndoesTheStart) {
-    DnsResponder responder("127.53.74.2");
+    DnsResponder responder("127.53.94.2");
     serve(responder);
     const struct Row {
         int allowed;        // thread creations that succeed
@@ -124,7 +124,7 @@ TEST_F(SipLocatorLife, AThreadThatCannotBeMadeUndoesTheStart) {
 }
 
 TEST_F(SipLocatorLife, StopTellsEveryRequestInFlightOnce) {
-    DnsResponder responder("127.53.74.3");
+    DnsResponder responder("127.53.94.3");
     serve(responder);
     responder.never("slow.test");
     ASSERT_TRUE(m_locator.start());
@@ -155,7 +155,7 @@ TEST_F(SipLocatorLife, StopTellsEveryRequestInFlightOnce) {
 }
 
 TEST_F(SipLocatorLife, RequestsArrivingWhileItStopsAreEachToldOnce) {
-    DnsResponder responder("127.53.74.12");
+    DnsResponder responder("127.53.94.12");
     serve(responder);
     responder.setDefault({});  // nothing is answered
     ASSERT_TRUE(m_locator.start());
@@ -187,7 +187,7 @@ TEST_F(SipLocatorLife, RequestsArrivingWhileItStopsAreEachToldOnce) {
 }
 
 TEST_F(SipLocatorLife, TimeOutsTellWhatWasFoundAndWhatWasNot) {
-    DnsResponder responder("127.53.74.4");
+    DnsResponder responder("127.53.94.4");
     serve(responder);
     responder.never("silent.test");
     ASSERT_TRUE(m_locator.start());
@@ -210,7 +210,7 @@ TEST_F(SipLocatorLife, TimeOutsTellWhatWasFoundAndWhatWasNot) {
 }
 
 TEST_F(SipLocatorLife, AnAddressFamilyThatNeverAnswersLeavesTheOther) {
-    DnsResponder responder("127.53.74.5");
+    DnsResponder responder("127.53.94.5");
     serve(responder);
     DnsResponder::Reply aAnswer{addressAnswer("half.test", "10.74.1.1", 60), 0ms, DnsResponder::Id::PATCH};
     // The A query comes first and is answered; the AAAA query never is.
@@ -224,7 +224,7 @@ TEST_F(SipLocatorLife, AnAddressFamilyThatNeverAnswersLeavesTheOther) {
 }
 
 TEST_F(SipLocatorLife, StopFromACallbackOfItsOwnThreadIsRefused) {
-    DnsResponder responder("127.53.74.6");
+    DnsResponder responder("127.53.94.6");
     serve(responder);
     responder.answer("cb.test", addressAnswer("cb.test", "10.74.2.1", 0));
     ASSERT_TRUE(m_locator.start());
@@ -246,11 +246,11 @@ TEST_F(SipLocatorLife, StopFromACallbackOfItsOwnThreadIsRefused) {
 }
 
 TEST_F(SipLocatorLife, AResolverConfigurationChangeIsPickedUpOnUseAndTheOldChannelDrains) {
-    DnsResponder responder("127.53.74.7");
-    DnsResponder second("127.53.74.8");
+    DnsResponder responder("127.53.94.7");
+    DnsResponder second("127.53.94.8");
     startServer(responder);
     startServer(second);
-    setResolverConfig("nameserver 127.53.74.7\n");
+    setResolverConfig("nameserver 127.53.94.7\n");
     responder.answer("one.test", addressAnswer("one.test", "10.74.3.1", 0));
     responder.answerLate("late.test", addressAnswer("late.test", "10.74.3.2", 0), 300ms);
     second.answer("one.test", addressAnswer("one.test", "10.74.3.9", 0));
@@ -261,7 +261,7 @@ TEST_F(SipLocatorLife, AResolverConfigurationChangeIsPickedUpOnUseAndTheOldChann
     m_locator.locate("sip:late.test:5060", late.callback(0), ACE_Time_Value(5), Locator::FAMILY_IPV4);
     ASSERT_TRUE(responder.waitForQueries("late.test", 1, 5s));
 
-    setResolverConfig("nameserver 127.53.74.8\n");
+    setResolverConfig("nameserver 127.53.94.8\n");
     advance(4);  // not yet: checked at most every 5 seconds
     EXPECT_EQ(corvane_test::targets(locate("sip:one.test:5060", Locator::FAMILY_IPV4))[0],
               "UDP one.test 10.74.3.1 5060 -/- A");
@@ -284,11 +284,11 @@ TEST_F(SipLocatorLife, AResolverConfigurationChangeIsPickedUpOnUseAndTheOldChann
 }
 
 TEST_F(SipLocatorLife, TenThousandRequestsWithRandomTimeOutsAndAServerChangeAreEachToldOnce) {
-    DnsResponder responder("127.53.74.9");
-    DnsResponder second("127.53.74.10");
+    DnsResponder responder("127.53.94.9");
+    DnsResponder second("127.53.94.10");
     startServer(responder);
     startServer(second);
-    setResolverConfig("nameserver 127.53.74.9\n");
+    setResolverConfig("nameserver 127.53.94.9\n");
     // Per name: answered at once (TTL 0, so asked every time), dropped, or late.
     const int kNames = 60;
     for (DnsResponder* pServer : {&responder, &second}) {
@@ -310,7 +310,7 @@ TEST_F(SipLocatorLife, TenThousandRequestsWithRandomTimeOutsAndAServerChangeAreE
         std::mt19937 random(static_cast<unsigned>(in_first));
         for (size_t i = in_first; i < kRequests; i += in_step) {
             if (i == kRequests / 2) {
-                setResolverConfig("nameserver 127.53.74.10\n");
+                setResolverConfig("nameserver 127.53.94.10\n");
                 advance(5);
             }
             const std::string uri = "sip:s" + std::to_string(random() % kNames) + ".test:5060";

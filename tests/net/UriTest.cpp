@@ -200,11 +200,12 @@ TEST(Uri, TreeWalkFillsNamedNodesFromTheirTokens) {
     expectFields(uri, {"", "", "", "bob"}, "tree2");
 }
 
-TEST(Uri, NullTreeIsReported) {
+TEST(Uri, NullTreeIsReportedAndClearsTheUri) {
     corvane_test::AssertCapture asserts;
     Uri uri = make({"sip", "a", "h", "1"});
-    uri.initFrom(Tarvik::StringVector{}, CountedObjPtr<Node>());
+    EXPECT_TRUE(uri.initFrom(Tarvik::StringVector{}, CountedObjPtr<Node>()));
     EXPECT_TRUE(asserts.contains("! in_pParse.isNull()"));
+    expectFields(uri, {"", "", "", ""}, "null tree");
 }
 
 class Canonicalize : public corvane_test::LibraryTest {};

@@ -44,12 +44,16 @@ class ScriptedWork : public Op::Work<int> {
     CORVANE_STATIC_ALLOCATOR("test.BlockingOp.ScriptedWork")
 
 public:
-    enum Action { DELIVER_VALID, DELIVER_NOT_VALID, DELIVER_NOTHING };
+    enum Action { DELIVER_VALID, DELIVER_NOT_VALID, DELIVER_NOTHING, EXPIRE };
     ScriptedWork(Action in_action, int in_iValue, std::function<void()> in_body = {})
         : m_action(in_action), m_iValue(in_iValue), m_body(std::move(in_body)) {}
     bool doWork() override {
         if (m_body) m_body();
-        if (m_action != DELIVER_NOTHING) getProducer().deliver(m_iValue, m_action == DELIVER_VALID);
+        if (m_action == EXPIRE) {
+            getProducer().expire();
+        } else if (m_action != DELIVER_NOTHING) {
+            getProducer().deliver(m_iValue, m_action == DELIVER_VALID);
+        }
         return true;
     }
 
@@ -75,7 +79,7 @@ TEST(BlockingOp, EachOutcomeOfAQueuedWork) {
         ScriptedWork::Action action;
         bool blocked;  // waits for a gate opened after the call
         int sleepMs;
-        long timeoutMs;  // negative: no limit
+        long timeoutMs;  // -1: no limit; -2: a second less than the largest time value
         int expectedCode;
     } cases[] = {
         {"valid result", ScriptedWork::DELIVER_VALID, false, 0, 5000, Op::DOWORK_RESULT},
@@ -84,6 +88,9 @@ TEST(BlockingOp, EachOutcomeOfAQueuedWork) {
         {"work ended without a result", ScriptedWork::DELIVER_NOTHING, false, 0, 5000, Op::DOWORK_NO_RESULT},
         {"deadline", ScriptedWork::DELIVER_VALID, true, 0, 30, Op::DOWORK_TIMEOUT},
         {"zero time-out and no result yet", ScriptedWork::DELIVER_VALID, true, 0, 0, Op::DOWORK_TIMEOUT},
+        {"time-out near the largest time value", ScriptedWork::DELIVER_VALID, false, 20, -2, Op::DOWORK_RESULT},
+        {"expired: the waiter waits out its deadline", ScriptedWork::EXPIRE, false, 0, 30, Op::DOWORK_TIMEOUT},
+        {"expired without a deadline", ScriptedWork::EXPIRE, false, 0, -1, Op::DOWORK_TIMEOUT},
     };
     BlockingTask task;
     ASSERT_TRUE(task.startAndWaitRunning());
@@ -92,7 +99,9 @@ TEST(BlockingOp, EachOutcomeOfAQueuedWork) {
             SCOPED_TRACE(std::string(c.what) + (bTake ? " (take)" : " (copy)"));
             Gate gate;
             int out = -1, takes = 0;
-            const ACE_Time_Value timeout = c.timeoutMs < 0 ? ACE_Time_Value::max_time : ms(c.timeoutMs);
+            const ACE_Time_Value timeout = c.timeoutMs == -1   ? ACE_Time_Value::max_time
+                                           : c.timeoutMs == -2 ? ACE_Time_Value::max_time - ACE_Time_Value(1)
+                                                               : ms(c.timeoutMs);
             auto* pWork = new ScriptedWork(c.action, 42, [&gate, c] {
                 if (c.blocked) gate.wait(std::chrono::seconds(10));
                 std::this_thread::sleep_for(std::chrono::milliseconds(c.sleepMs));

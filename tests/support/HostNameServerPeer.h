@@ -37,6 +37,14 @@ public:
         HostNameServer::deliverDnsAnswerForTest(s, name.c_str(), cb, useCache, status, answer.data(),
                                                 static_cast<int>(answer.size()));
     }
+    // A synchronous resolution (on the running pool) whose answer is the given
+    // bytes and c-ares status, as the DNS task would hand them over.
+    static bool resolveWithDnsAnswer(HostNameServer& s, const std::string& name, int status,
+                                     const std::vector<unsigned char>& answer, Hostent& out,
+                                     Hostent::GetHostByNameStatus& st, ACE_Time_Value timeout) {
+        return HostNameServer::resolveWithDnsAnswerForTest(s, name.c_str(), status, answer.data(),
+                                                           static_cast<int>(answer.size()), out, st, timeout);
+    }
     // Takes a stopped resolver out of DNS mode: its channel is destroyed and the
     // DNS task forgets it, so that the next configuration starts afresh.
     static void leaveDnsMode(HostNameServer& s) {

@@ -22,7 +22,7 @@ std::string serveOn(corvane_test::Dnsmasq& io_dns) {
 }
 
 TEST(LocateCommand, TargetsAndStepsAsJsonLines) {
-    corvane_test::Dnsmasq dns("127.53.76.1");
+    corvane_test::Dnsmasq dns("127.53.96.1");
     const auto run = runTool({"--json", "--set", serveOn(dns), "locate", "--family", "ipv4", "--seed", "1", "sip:loc.test"});
     EXPECT_EQ(run.status, 0) << run.err;
     ASSERT_EQ(run.lines.size(), 1u) << run.out;
@@ -38,7 +38,7 @@ TEST(LocateCommand, TargetsAndStepsAsJsonLines) {
 }
 
 TEST(LocateCommand, StandardInputFailuresAndTheLocatorStatistics) {
-    corvane_test::Dnsmasq dns("127.53.76.2");
+    corvane_test::Dnsmasq dns("127.53.96.2");
     const auto run = runTool({"--json", "--stats", "--set", serveOn(dns), "locate", "--family", "ipv4", "-"},
                              "sips:10.0.0.1\nsip:nx.test\n");
     EXPECT_EQ(run.status, 1) << run.err;
@@ -61,7 +61,8 @@ TEST(LocateCommand, UsageErrors) {
                                                  std::vector<std::string>{"locate", "--timeout", "soon", "sip:a.test"}}) {
         const auto run = runTool(args);
         EXPECT_EQ(run.status, 2) << run.err;
-        EXPECT_TRUE(has(run.err, "usage: corvane-net [GLOBAL OPTIONS] locate")) << run.err;
+        EXPECT_TRUE(has(run.err, "corvane-net locate: ")) << run.err;
+        EXPECT_TRUE(has(run.err, "Try 'corvane-net locate --help'.")) << run.err;
     }
 }
 

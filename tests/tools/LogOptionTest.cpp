@@ -1,7 +1,10 @@
 // The command's --log option: records on standard error as
 // "LEVEL logger - message", at the chosen level and above only.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cstdio>
+#include <fstream>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -71,4 +74,37 @@ TEST(LogOption, LevelChoosesWhichRecordsAppear) {
         EXPECT_EQ(hasLine(run.err, "TRACE corvane.net.HostNameServer - ENTER HostNameServer::getHostByName"), c.trace);
         EXPECT_EQ(hasLine(run.err, "TRACE corvane.net.HostNameServer - EXIT HostNameServer::getHostByName"), c.trace);
     }
+}
+
+// A log4cplus properties file replaces the output (its own appender and layout)
+// and sets levels per logger; --log, in either order, sets one level for all.
+TEST(LogOption, ConfigFileSetsTheOutputAndLogLevelWins) {
+    const std::string path = testing::TempDir() + "corvane-log-" + std::to_string(getpid()) + ".properties";
+    std::ofstream(path) << "log4cplus.rootLogger=DEBUG, E\n"
+                           "log4cplus.logger.corvane.net.HostNameServer=TRACE\n"
+                           "log4cplus.appender.E=log4cplus::ConsoleAppender\n"
+                           "log4cplus.appender.E.logToStdErr=true\n"
+                           "log4cplus.appender.E.layout=log4cplus::PatternLayout\n"
+                           "log4cplus.appender.E.layout.ConversionPattern=cfg %p %c - %m%n\n";
+    const struct {
+        std::vector<std::string> options;
+        bool trace;  // the file's TRACE level of corvane.net.HostNameServer holds
+    } cases[] = {
+        {{"--log-config", path}, true},
+        {{"--log-config", path, "--log", "DEBUG"}, false},
+        {{"--log", "DEBUG", "--log-config", path}, false},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> args = c.options;
+        SCOPED_TRACE(args.front());
+        args.insert(args.end(), {"resolve", "127.0.0.1"});
+        const auto run = runTool(args);
+        ASSERT_EQ(run.status, 0) << run.err;
+        EXPECT_TRUE(hasLine(run.err, "cfg DEBUG corvane.net - Succesfully initialized Net library")) << run.err;
+        EXPECT_EQ(hasLine(run.err, "cfg TRACE corvane.net.HostNameServer - ENTER HostNameServer::getHostByName"),
+                  c.trace)
+            << run.err;
+        EXPECT_FALSE(hasLine(run.err, "DEBUG corvane.net - Succesfully initialized Net library")) << "default output";
+    }
+    std::remove(path.c_str());
 }

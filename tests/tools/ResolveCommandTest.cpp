@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include "JsonLines.h"
 #include "support/Dnsmasq.h"
 #include "support/RunTool.h"
 
+using corvane_test::Json;
 using corvane_test::runTool;
 
 namespace {
@@ -15,12 +17,13 @@ TEST(ResolveCommand, ResolvesLiteralsAndLocalhostAsJsonLines) {
     ASSERT_EQ(run.lines.size(), 3u) << run.out;
     const char* expected[][2] = {{"127.0.0.1", "127.0.0.1"}, {"10.0.0.1:5060", "10.0.0.1"}, {"localhost", "127.0.0.1"}};
     for (size_t i = 0; i < 3; ++i) {
-        const std::string& line = run.lines[i];
-        EXPECT_TRUE(has(line, std::string("{\"name\": \"") + expected[i][0] + "\", \"ok\": true, \"status\": \"GHBN_SUCCESS\", "
-                                  "\"addresses\": [\"" + expected[i][1] + "\"], \"primary\": \"" + expected[i][1] + "\""))
-            << line;
-        EXPECT_TRUE(has(line, "\"hostent\": \"")) << line;
-        EXPECT_TRUE(has(line, "\"elapsedMs\": ")) << line;
+        Json item = Json::parse(run.lines[i]);
+        EXPECT_TRUE(item["hostent"].is_string()) << item;
+        EXPECT_TRUE(item["elapsedMs"].is_number()) << item;
+        item["hostent"] = item["elapsedMs"] = nullptr;
+        EXPECT_EQ(item, (Json{{"name", expected[i][0]}, {"ok", true}, {"status", "GHBN_SUCCESS"},
+                              {"addresses", Json::array({expected[i][1]})}, {"primary", expected[i][1]}, {"hostent", nullptr},
+                              {"elapsedMs", nullptr}}));
     }
 }
 
@@ -33,11 +36,14 @@ TEST(ResolveCommand, FailureExitsOneAndSaysWhichItemFailed) {
     const auto run = runTool({"--json", "--set", "corvane.net.HostNameServer.DNSServerIPAddrList=127.53.30.1",
                               "resolve", "known.test", "unknown.test"});
     EXPECT_EQ(run.status, 1) << run.err;
-    ASSERT_EQ(run.lines.size(), 2u);
-    EXPECT_TRUE(has(run.lines[0], "\"name\": \"known.test\", \"ok\": true")) << run.lines[0];
-    EXPECT_TRUE(has(run.lines[0], "\"addresses\": [\"10.30.0.1\"]")) << run.lines[0];
-    EXPECT_TRUE(has(run.lines[1], "\"name\": \"unknown.test\", \"ok\": false")) << run.lines[1];
-    EXPECT_TRUE(has(run.lines[1], "\"primary\": null"));
+    const std::vector<Json> items = corvane_test::jsonLines(run.lines);
+    ASSERT_EQ(items.size(), 2u);
+    EXPECT_EQ(items[0]["name"], "known.test");
+    EXPECT_EQ(items[0]["ok"], true);
+    EXPECT_EQ(items[0]["addresses"], Json::array({"10.30.0.1"}));
+    EXPECT_EQ(items[1]["name"], "unknown.test");
+    EXPECT_EQ(items[1]["ok"], false);
+    EXPECT_EQ(items[1]["primary"], nullptr);
 }
 
 TEST(ResolveCommand, SecondResolutionIsACacheHit) {
@@ -51,21 +57,53 @@ TEST(ResolveCommand, SecondResolutionIsACacheHit) {
 TEST(ResolveCommand, AsyncZeroTimeOutReportsOneNotificationAndNothingLeftAtExit) {
     const auto run = runTool({"--json", "--stats", "resolve", "--async", "--timeout", "0", "localhost"});
     ASSERT_EQ(run.lines.size(), 1u) << run.out;
-    EXPECT_TRUE(has(run.lines[0], "\"status\": \"CALLBACK_TIMEOUT\"") || has(run.lines[0], "\"status\": \"GHBN_SUCCESS\""))
-        << run.lines[0];
+    const Json status = Json::parse(run.lines[0])["status"];
+    EXPECT_TRUE(status == "CALLBACK_TIMEOUT" || status == "GHBN_SUCCESS") << run.lines[0];
     const size_t stats = run.err.find("stats {");
     ASSERT_NE(stats, std::string::npos) << run.err;
-    const std::string line = run.err.substr(stats, run.err.find('\n', stats) - stats);
-    EXPECT_TRUE(has(line, "\"AsynchGHBNCallbackContainer\": 0")) << line;
-    EXPECT_TRUE(has(line, "\"AsynchGHBNTimeoutProcessor\": 0")) << line;
-    EXPECT_FALSE(has(line, ": 1")) << line;
+    const Json accounts = Json::parse(run.err.substr(stats + 6, run.err.find('\n', stats) - stats - 6));
+    EXPECT_EQ(accounts["AsynchGHBNCallbackContainer"], 0) << accounts;
+    EXPECT_EQ(accounts["AsynchGHBNTimeoutProcessor"], 0) << accounts;
+    for (const auto& account : accounts.items()) EXPECT_EQ(account.value(), 0) << account.key();
+}
+
+TEST(ResolveCommand, AsyncInDnsModeFailsAtOnceWithTheAssertion) {
+    const auto run = runTool({"--json", "--set", "corvane.net.HostNameServer.DNSServerIPAddrList=127.53.30.2",
+                              "resolve", "--async", "--timeout", "-1", "a.test"});
+    EXPECT_EQ(run.status, 1) << run.err;
+    ASSERT_EQ(run.lines.size(), 1u) << run.out;
+    const Json item = Json::parse(run.lines[0]);
+    EXPECT_EQ(item["name"], "a.test");
+    EXPECT_EQ(item["ok"], false);
+    EXPECT_EQ(item["status"], "GHBN_OTHER_ERROR");
+    EXPECT_TRUE(has(run.err, "ERROR corvane.net.HostNameServer - ASSERTION FAILED: Not implemented : asynchronous DNS "
+                             "resolution using a callback\n"))
+        << run.err;
+}
+
+TEST(CommandLine, EveryAccountIsAtZeroAtExitAlsoOnFailedPaths) {
+    const std::vector<std::string> runs[] = {
+        {"resolve", "--async", "--timeout", "0", "localhost"},
+        {"--set", "corvane.net.HostNameServer.numThread=0", "resolve", "localhost"},
+        {"--set", "corvane.net.HostNameServer.DNSServerIPAddrList=127.53.30.2", "resolve", "--async", "a.test"},
+        {"--set", "corvane.net.HostNameServer.DNSServerIPAddrList=127.53.30.2", "resolve", "--timeout", "1", "b.test"},
+        {"--set", "corvane.net.HostNameServer.numThread=0", "canonicalize", "sip:a@localhost"},
+    };
+    for (std::vector<std::string> args : runs) {
+        args.insert(args.begin(), "--stats");
+        const auto run = runTool(args);
+        const size_t stats = run.err.find("stats {");
+        ASSERT_NE(stats, std::string::npos) << run.err;
+        const Json accounts = Json::parse(run.err.substr(stats + 6, run.err.find('\n', stats) - stats - 6));
+        for (const auto& account : accounts.items()) EXPECT_EQ(account.value(), 0) << account.key();
+    }
 }
 
 TEST(ResolveCommand, ReadsNamesFromStandardInput) {
     const auto run = runTool({"--json", "resolve", "-"}, "10.0.0.3\n10.0.0.4\n");
     EXPECT_EQ(run.status, 0);
     ASSERT_EQ(run.lines.size(), 2u);
-    EXPECT_TRUE(has(run.lines[1], "\"name\": \"10.0.0.4\""));
+    EXPECT_EQ(Json::parse(run.lines[1])["name"], "10.0.0.4");
 }
 
 TEST(ResolveCommand, FailedInitializationIsReportedWithTheLibraryMessage) {
@@ -89,8 +127,13 @@ TEST(CommandLine, UsageErrorsExitTwo) {
         {{"frobnicate"}, "frobnicate"},
         {{"resolve", "--timeout", "soon", "x"}, "--timeout"},
         {{"resolve"}, "NAME"},
+        {{"resolve", "--sleep-ms", "-1", "x"}, "--sleep-ms"},
+        {{"resolve", "--json", "x"}, "--json"},
+        {{"canonicalize", "--timeout", "-1", "sip:a@h"}, "--direct"},
+        {{"port", "1", "70000", "1"}, "MAX"},
         {{"params", "extra"}, "params"},
-        {{}, "usage"},
+        {{"--log-config", "/nonexistent/log.properties", "params"}, "--log-config"},
+        {{}, "Usage: corvane-net [OPTIONS] COMMAND"},
     };
     for (const auto& c : cases) {
         const auto run = runTool(c.args);
@@ -108,15 +151,38 @@ TEST(ParamsCommand, ListsTheSixParametersInRegistrationOrder) {
                            "corvane.net.HostNameServer.DNSServerIPAddrList", "corvane.net.primaryIPAddress"};
     const char* types[] = {"integer", "boolean", "boolean", "integer", "text", "text"};
     for (size_t i = 0; i < 6; ++i) {
-        EXPECT_TRUE(has(run.lines[i], std::string("{\"name\": \"") + names[i] + "\", \"type\": \"" + types[i] + "\""))
-            << run.lines[i];
-        EXPECT_TRUE(has(run.lines[i], i == 3 ? "\"default\": \"3\"" : "\"default\": null")) << run.lines[i];
+        const Json item = Json::parse(run.lines[i]);
+        EXPECT_EQ(item.begin().key(), "name") << item;
+        EXPECT_EQ(item["name"], names[i]);
+        EXPECT_EQ(item["type"], types[i]);
+        EXPECT_EQ(item["default"], i == 3 ? Json("3") : Json()) << item;
     }
-    EXPECT_TRUE(has(run.lines[4], "This parameter can also be set to use-host-dns-list to make the application discover "
-                                  "the DNS servers of this host.\"}"));
-    const auto help = runTool({"--help"});
-    EXPECT_EQ(help.status, 0);
-    EXPECT_TRUE(has(help.out, "resolve [--timeout MS]"));
+    EXPECT_TRUE(has(Json::parse(run.lines[4])["description"].get<std::string>(), "This parameter can also be set to use-host-dns-list to "
+                                                              "make the application discover the DNS servers of this host."));
+}
+
+// --help of the command and of each command comes from the options it parses.
+TEST(CommandLine, HelpAndVersion) {
+    const struct {
+        std::vector<std::string> args;
+        std::vector<std::string> mentions;  // texts on standard output
+    } cases[] = {
+        {{"--help"},
+         {"Usage: corvane-net [OPTIONS] COMMAND", "--set NAME=VALUE", "--log LEVEL", "--log-config FILE", "--json",
+          "--stats", "--version", "url-compare", "canonicalize", "resolve", "route", "port", "dns-servers", "params"}},
+        {{"resolve", "--help"},
+         {"Usage: corvane-net resolve [OPTIONS] NAME...", "--timeout MS", "--no-cache", "--async", "--sleep-ms N"}},
+        {{"canonicalize", "-h"}, {"--timeout MS", "--direct", "URI"}},
+        {{"port", "--help"}, {"MIN", "MAX", "START"}},
+    };
+    for (const auto& c : cases) {
+        const auto run = runTool(c.args);
+        EXPECT_EQ(run.status, 0) << c.args[0];
+        for (const std::string& text : c.mentions) EXPECT_TRUE(has(run.out, text)) << text << " in:\n" << run.out;
+    }
+    const auto version = runTool({"--version"});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.out, "corvane-net " CORVANE_VERSION "\n");
 }
 
 TEST(CommandLine, LogLinesReadLevelLoggerMessage) {

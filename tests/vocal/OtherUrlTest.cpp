@@ -129,7 +129,9 @@ TEST(TelUrl, SetUserKeepsOnlyTelephoneSubscriberUsers) {
     EXPECT_EQ(tel.encode().str(), "tel:123");
     tel.setUser(CountedPtr<Vocal::BaseUser>());
     EXPECT_EQ(tel.encode().str(), "tel:123");
-    tel.setUser(CountedPtr<Vocal::BaseUser>(new Vocal::SipTelSubscriberUser(TextBuffer("+456"))));
+    CountedPtr<Vocal::BaseUser> given(new Vocal::SipTelSubscriberUser(TextBuffer("+456")));
+    tel.setUser(given);
+    given->decode("+999");  // the URL keeps a copy of its own
     EXPECT_EQ(tel.encode().str(), "tel:+456");
 
     Vocal::TelUrl empty;

@@ -48,6 +48,12 @@ CountedPtr<BaseUrl> sip(const char* in_szText) { return BaseUrl::decode(TextBuff
 
 const SipUrl& asSip(const CountedPtr<BaseUrl>& in_url) { return dynamic_cast<const SipUrl&>(*in_url); }
 
+// A text with its embedded NUL bytes (all of the literal but its terminator).
+template <size_t N>
+std::string withNul(const char (&in_text)[N]) {
+    return std::string(in_text, N - 1);
+}
+
 struct DecodeCase {
     const char* input;
     const char* fields;
@@ -316,6 +322,20 @@ TEST(SipUrl, SetUserValueChoosesTheUserClassByTheUserParameter) {
     SipUrl url{TextBuffer("sip:alice@hostA")};
     EXPECT_TRUE(url.setUserValue("bob", "foo"));
     EXPECT_EQ(url.encode().str(), "sip:bob@hostA;user=foo");
+}
+
+TEST(SipUrl, ParameterNamesAndLooseRoutingCompareUpToTheFirstNul) {
+    const struct {
+        std::string input;
+        const char* encode;
+    } rows[] = {
+        {withNul("sip:a@h;transport\0x=tcp"), "sip:a@h;transport=tcp"},
+        {withNul("sip:a@h;ttl=1;lr\0x"), "sip:a@h;ttl=1;lr"},
+        {withNul("sip:5@h;user=phone;isub\0x=7"), "sip:5@h;user=phone;isub=7"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(BaseUrl::decode(TextBuffer(row.input))->encode().str(), row.encode) << row.input;
+    }
 }
 
 TEST(SipUrl, SetUserAndCopiesOwnTheirUserObjects) {

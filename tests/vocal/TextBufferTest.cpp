@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
 #include "vocal/TextBuffer.h"
 
 using Vocal::TextBuffer;
@@ -131,6 +135,22 @@ TEST(TextBuffer, LongTextsGrowOnTheHeapAndCopiesAndMovesKeepEveryByte) {
     twice.clear();
     EXPECT_EQ(twice.length(), 0);
     EXPECT_STREQ(twice.c_str(), "");
+}
+
+TEST(TextBuffer, TextLongerThanItsLengthHoldsIsRefusedBeforeAnyByteIsRead) {
+    // Only the size is looked at: the bytes behind it are never read.
+    const char small[] = "x";
+    volatile size_t hugeSize = size_t(1) << 31;  // unknown to the compiler, which would warn of the copy
+    const std::string_view huge(small, hugeSize);
+    TextBuffer text("kept");
+    EXPECT_THROW(text.assign(huge), std::length_error);
+    EXPECT_THROW(text.append(huge), std::length_error);
+    EXPECT_THROW(TextBuffer{huge}, std::length_error);
+    EXPECT_EQ(text.str(), "kept");
+    volatile size_t justTooLongSize = TextBuffer::kMaxLength - 3;
+    const std::string_view justTooLong(small, justTooLongSize);
+    EXPECT_THROW(text.append(justTooLong), std::length_error);
+    EXPECT_EQ(text.str(), "kept");
 }
 
 }  // namespace

@@ -1,17 +1,24 @@
 // The commands of corvane-net: each lives in its own file and registers itself
-// with a CommandRegistrar; main.cpp parses the global options and dispatches.
+// with a CommandRegistrar; main.cpp declares the global options and one CLI11
+// subcommand per registered command, parses, and runs the command chosen.
 #pragma once
 
+#include <functional>
 #include <iosfwd>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "Json.h"
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 namespace corvane {
 
-// A usage error: printed with the command's usage, exit status 2.
+// Objects keep their keys in the order they were set, so every line reads the
+// same way each time.
+using Json = nlohmann::ordered_json;
+
+// A usage error found after parsing: printed with the command's usage, exit status 2.
 class UsageError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -28,14 +35,18 @@ struct CommandContext {
     void emit(const Json& in_item) const;
 };
 
+// Runs a command whose options have been parsed; returns the exit status (0 or
+// 1) or throws UsageError.
+using CommandRun = std::function<int(CommandContext& io_ctx)>;
+
 struct Command {
-    const char* name;      // e.g. "params"
-    int order;             // place in the usage listing
-    const char* synopsis;  // e.g. "resolve [--timeout MS] NAME..."
-    const char* help;      // what it does, for --help
-    // Runs the command on its own arguments; returns the exit status (0 or 1)
-    // or throws UsageError.
-    int (*run)(const std::vector<std::string>& in_args, CommandContext& io_ctx);
+    const char* name;         // e.g. "params"
+    int order;                // place in the usage listing
+    const char* summary;      // one line, for the listing of commands
+    const char* help;         // what it does, for its --help
+    // Declares the command's options and arguments on its own subcommand (which
+    // makes its --help) and returns what runs it once they are parsed.
+    CommandRun (*declare)(CLI::App& io_app);
 };
 
 struct CommandRegistrar {
@@ -44,10 +55,19 @@ struct CommandRegistrar {
 
 const std::vector<Command>& commands();
 
+// Text of a JSON value as the command writes it: valid UTF-8 as its
+// characters, every other byte as U+FFFD.
+std::string dumpJson(const Json& in_value);
+
 // Items given on the command line, with "-" replaced by the lines of standard input.
 std::vector<std::string> expandItems(const std::vector<std::string>& in_args);
 
-// Parses a whole decimal number for an option; throws UsageError naming the option.
-long parseNumberOption(const std::string& in_option, const std::string& in_value);
+// Declares an option or argument taking a whole decimal number (no octal or
+// hexadecimal reading of leading 0 or 0x); a bad value is a usage error naming it.
+CLI::Option* addNumberOption(CLI::App& io_app, const std::string& in_name, long& out_value,
+                             const std::string& in_description);
+
+// Refuses a negative number (after addNumberOption's reading) with in_message.
+CLI::Validator notNegative(const std::string& in_message);
 
 }  // namespace corvane

@@ -19,32 +19,31 @@ std::string dotted(const ACE_INET_Addr& in_address) {
 Json addressList(bool in_bOk, const std::vector<ACE_INET_Addr>& in_addresses) {
     if (!in_bOk) return Json();
     Json list = Json::array();
-    for (const ACE_INET_Addr& address : in_addresses) list.push(dotted(address));
+    for (const ACE_INET_Addr& address : in_addresses) list.push_back(dotted(address));
     return list;
 }
 
-int runHost(const std::vector<std::string>& in_args, CommandContext& io_ctx) {
-    if (!in_args.empty()) throw UsageError("host takes no arguments");
+int runHost(CommandContext& io_ctx) {
     bool bAllOk = true;
     Json item = Json::object();
 
     std::string hostname;
     const bool bHostname = Tarvik::getHostname(hostname);
-    item.set("hostname", bHostname ? Json(hostname) : Json());
+    item["hostname"] = bHostname ? Json(hostname) : Json();
     std::string fqdn;
     const bool bFqdn = Tarvik::getFqdnHostname(fqdn);
-    item.set("fqdn", bFqdn ? Json(fqdn) : Json());
+    item["fqdn"] = bFqdn ? Json(fqdn) : Json();
 
     std::vector<ACE_INET_Addr> addresses;
     const bool bAddresses = Tarvik::getHostIPAddress(nullptr, addresses);
-    item.set("addresses", addressList(bAddresses, addresses));
+    item["addresses"] = addressList(bAddresses, addresses);
     std::vector<ACE_INET_Addr> noLoopback;
     const bool bNoLoopback = Tarvik::getHostIPAddressNoLoopback(nullptr, noLoopback);
-    item.set("noLoopback", addressList(bNoLoopback, noLoopback));
+    item["noLoopback"] = addressList(bNoLoopback, noLoopback);
 
     ACE_INET_Addr primary;
     const bool bPrimary = Tarvik::getPrimaryIPAddress(primary);
-    item.set("primary", bPrimary ? Json(dotted(primary)) : Json());
+    item["primary"] = bPrimary ? Json(dotted(primary)) : Json();
 
     bAllOk = bHostname && bFqdn && bAddresses && bNoLoopback && bPrimary;
     io_ctx.emit(item);
@@ -52,12 +51,12 @@ int runHost(const std::vector<std::string>& in_args, CommandContext& io_ctx) {
 }
 
 const CommandRegistrar s_registrar(
-    {"host", 50, "host",
+    {"host", 50, "this host's names and addresses",
      "Shows this host's name (getHostname), fully qualified name (getFqdnHostname),\n"
      "IPv4 addresses (getHostIPAddress), addresses without the loopback entry\n"
      "(getHostIPAddressNoLoopback) and primary address (getPrimaryIPAddress).\n"
      "A call that fails gives null, and the exit status 1.",
-     runHost});
+     [](CLI::App&) -> CommandRun { return runHost; }});
 
 }  // namespace
 }  // namespace corvane

@@ -1,10 +1,13 @@
 // corvane-net resolve: names through the library's resolver.
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <iostream>
+#include <memory>
 #include <mutex>
 #include <sstream>
 #include <thread>
+#include <utility>
 
 #include "Command.h"
 #include "net/HostNameServer.h"
@@ -16,11 +19,14 @@ namespace {
 using Tarvik::HostNameServer;
 using Tarvik::Hostent;
 
-// The client side of an asynchronous request: records its one notification.
+// The client side of an asynchronous request: its one notification, and
+// whether the callback is gone. Shared with the callback, which may outlive
+// a wait that gave up.
 struct Notification {
     std::mutex mutex;
     std::condition_variable cond;
     bool told = false;        // a notification arrived
+    bool gone = false;        // the callback was destroyed (after its notification, or refused)
     bool timedOut = false;    // it was the time-out
     Hostent hostent;          // the result's record
     Hostent::GetHostByNameStatus status = Hostent::GHBN_OTHER_ERROR;
@@ -28,76 +34,105 @@ struct Notification {
 
 class WaitingCallback : public HostNameServer::GetHostByNameCallback {
 public:
-    explicit WaitingCallback(Notification& io_notification) : m_notification(io_notification) {}
+    explicit WaitingCallback(std::shared_ptr<Notification> in_pNotification)
+        : m_pNotification(std::move(in_pNotification)) {}
+    ~WaitingCallback() override {
+        std::lock_guard<std::mutex> guard(m_pNotification->mutex);
+        m_pNotification->gone = true;
+        m_pNotification->cond.notify_all();
+    }
     bool onGhbnTimeout(const char*) override {
-        std::lock_guard<std::mutex> guard(m_notification.mutex);
-        m_notification.told = true;
-        m_notification.timedOut = true;
-        m_notification.cond.notify_all();
+        std::lock_guard<std::mutex> guard(m_pNotification->mutex);
+        m_pNotification->told = true;
+        m_pNotification->timedOut = true;
+        m_pNotification->cond.notify_all();
         return true;
     }
     bool onGhbnResult(const char*, const Hostent& in_hostent, Hostent::GetHostByNameStatus in_status,
                       ACE_Time_Value) override {
-        std::lock_guard<std::mutex> guard(m_notification.mutex);
-        m_notification.told = true;
-        m_notification.hostent = in_hostent;
-        m_notification.status = in_status;
-        m_notification.cond.notify_all();
+        std::lock_guard<std::mutex> guard(m_pNotification->mutex);
+        m_pNotification->told = true;
+        m_pNotification->hostent = in_hostent;
+        m_pNotification->status = in_status;
+        m_pNotification->cond.notify_all();
         return true;
     }
 
 private:
-    Notification& m_notification;  // outlives the callback: the command waits for it
+    std::shared_ptr<Notification> m_pNotification;  // shared with the waiting command
 };
+
+// How long the command waits for an asynchronous request's notification
+// beyond its time-out before it gives up on it.
+const std::chrono::seconds kNotificationGrace(10);
+
+// Resolves through the callback form and waits for its one notification.
+// A refused request (library not running, DNS mode) leaves the callback with
+// the command, which destroys it; otherwise the library tells the callback
+// once and destroys it, so a request without a time-out waits for that.
+bool resolveAsync(HostNameServer& io_server, const std::string& in_name, const ACE_Time_Value& in_timeout,
+                  long in_timeoutMs, bool in_useCache, Hostent& out_hostent, std::string& out_statusText,
+                  std::ostream& io_err) {
+    auto pNotification = std::make_shared<Notification>();
+    WaitingCallback* pCallback = new WaitingCallback(pNotification);
+    if (!io_server.resolve(in_name.c_str(), pCallback, in_timeout, in_useCache) &&
+        (io_server.isDnsMode() || io_server.getTaskState() != Tarvik::Task::RUNNING)) {
+        delete pCallback;
+    }
+    std::unique_lock<std::mutex> lock(pNotification->mutex);
+    const auto arrived = [&] { return pNotification->told || pNotification->gone; };
+    if (in_timeoutMs < 0) {
+        pNotification->cond.wait(lock, arrived);
+    } else if (!pNotification->cond.wait_for(lock, std::chrono::milliseconds(in_timeoutMs) + kNotificationGrace,
+                                             arrived)) {
+        io_err << "corvane-net resolve: no notification for " << in_name << " within "
+               << in_timeoutMs + kNotificationGrace.count() * 1000 << " ms\n";
+    }
+    out_hostent = pNotification->hostent;
+    if (pNotification->told && pNotification->timedOut) {
+        out_statusText = "CALLBACK_TIMEOUT";
+        return false;
+    }
+    out_statusText = Hostent::getGetHostByNameStatusString(pNotification->status);
+    return pNotification->told && pNotification->status == Hostent::GHBN_SUCCESS && out_hostent.isValid();
+}
 
 Json describe(const std::string& in_name, bool in_ok, const std::string& in_status, const Hostent& in_hostent,
               double in_elapsedMs) {
     Json item = Json::object();
-    item.set("name", in_name);
-    item.set("ok", in_ok);
-    item.set("status", in_status);
+    item["name"] = in_name;
+    item["ok"] = in_ok;
+    item["status"] = in_status;
     Json addresses = Json::array();
     for (size_t i = 0; i < in_hostent.getNumAddress(); ++i) {
         std::string address;
-        if (in_hostent.getAddress(i, address)) addresses.push(address);
+        if (in_hostent.getAddress(i, address)) addresses.push_back(address);
     }
-    item.set("addresses", addresses);
+    item["addresses"] = addresses;
     std::string primary;
-    item.set("primary", in_hostent.getPrimaryOrFirstAddress(primary) ? Json(primary) : Json());
+    item["primary"] = in_hostent.getPrimaryOrFirstAddress(primary) ? Json(primary) : Json();
     std::ostringstream printed;
     in_hostent.write(printed);
-    item.set("hostent", printed.str());
-    item.set("elapsedMs", in_elapsedMs);
+    item["hostent"] = printed.str();
+    item["elapsedMs"] = std::round(in_elapsedMs * 1000) / 1000;  // microseconds
     return item;
 }
 
-int runResolve(const std::vector<std::string>& in_args, CommandContext& io_ctx) {
-    long timeoutMs = 2000;
-    long sleepMs = 0;
-    bool useCache = true;
-    bool async = false;
-    std::vector<std::string> names;
-    for (size_t i = 0; i < in_args.size(); ++i) {
-        const std::string& arg = in_args[i];
-        if (arg == "--timeout" || arg == "--sleep-ms") {
-            if (i + 1 >= in_args.size()) throw UsageError(arg + " needs a number of milliseconds");
-            const long value = parseNumberOption(arg, in_args[++i]);
-            if (arg == "--timeout") {
-                timeoutMs = value;
-            } else {
-                if (value < 0) throw UsageError("--sleep-ms takes a number >= 0");
-                sleepMs = value;
-            }
-        } else if (arg == "--no-cache") {
-            useCache = false;
-        } else if (arg == "--async") {
-            async = true;
-        } else if (arg.size() > 1 && arg[0] == '-') {
-            throw UsageError("unknown option " + arg);
-        } else {
-            names.push_back(arg);
-        }
-    }
+// The resolve command's options.
+struct ResolveOptions {
+    long timeoutMs = 2000;            // --timeout MS; negative: none
+    long sleepMs = 0;                 // --sleep-ms N between items
+    bool noCache = false;             // --no-cache
+    bool async = false;               // --async: the callback form
+    std::vector<std::string> names;   // the names, "-" for standard input
+};
+
+int runResolve(const ResolveOptions& in_options, CommandContext& io_ctx) {
+    const long timeoutMs = in_options.timeoutMs;
+    const long sleepMs = in_options.sleepMs;
+    const bool useCache = !in_options.noCache;
+    const bool async = in_options.async;
+    std::vector<std::string> names = in_options.names;
     names = expandItems(names);
     if (names.empty()) throw UsageError("resolve needs at least one NAME");
 
@@ -118,16 +153,7 @@ int runResolve(const std::vector<std::string>& in_args, CommandContext& io_ctx) 
         std::string statusText;
         Hostent hostent;
         if (async) {
-            Notification notification;
-            if (!server.resolve(name.c_str(), new WaitingCallback(notification), timeout, useCache)) {
-                // Refused or answered from the cache: the callback may have been told already.
-            }
-            std::unique_lock<std::mutex> lock(notification.mutex);
-            notification.cond.wait(lock, [&] { return notification.told; });
-            hostent = notification.hostent;
-            statusText = notification.timedOut ? "CALLBACK_TIMEOUT"
-                                               : Hostent::getGetHostByNameStatusString(notification.status);
-            ok = !notification.timedOut && notification.status == Hostent::GHBN_SUCCESS && hostent.isValid();
+            ok = resolveAsync(server, name, timeout, timeoutMs, useCache, hostent, statusText, *io_ctx.err);
         } else {
             Hostent::GetHostByNameStatus ghbnStatus = Hostent::GHBN_OTHER_ERROR;
             ok = server.resolve(name.c_str(), hostent, ghbnStatus, timeout, useCache);
@@ -143,15 +169,25 @@ int runResolve(const std::vector<std::string>& in_args, CommandContext& io_ctx) 
     return status;
 }
 
+CommandRun declareResolve(CLI::App& io_app) {
+    auto options = std::make_shared<ResolveOptions>();
+    addNumberOption(io_app, "--timeout", options->timeoutMs,
+                    "time-out of each resolution (default 2000; negative: none)")
+        ->type_name("MS");
+    io_app.add_flag("--no-cache", options->noCache, "do not use the resolution cache");
+    io_app.add_flag("--async", options->async, "use the callback form and wait for its one notification");
+    addNumberOption(io_app, "--sleep-ms", options->sleepMs, "pause between items, to let background work finish")
+        ->type_name("N")
+        ->check(notNegative("takes a number >= 0"));
+    io_app.add_option("NAME", options->names, "the names; - reads them from standard input")->required();
+    return [options](CommandContext& io_ctx) { return runResolve(*options, io_ctx); };
+}
+
 const CommandRegistrar s_registrar(
-    {"resolve", 30, "resolve [--timeout MS] [--no-cache] [--async] [--sleep-ms N] NAME...",
+    {"resolve", 30, "resolve names through the library's resolver",
      "Starts the library and resolves each NAME (\"-\" reads names from standard input) through\n"
-     "HostNameServer::resolve, one after another.\n"
-     "  --timeout MS   time-out of each resolution (default 2000; negative: none)\n"
-     "  --no-cache     do not use the resolution cache\n"
-     "  --async        use the callback form and wait for its one notification\n"
-     "  --sleep-ms N   pause between items, to let background work finish",
-     runResolve});
+     "HostNameServer::resolve, one after another.",
+     declareResolve});
 
 }  // namespace
 }  // namespace corvane

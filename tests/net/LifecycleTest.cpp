@@ -1,0 +1,261 @@
+// The edges of the library's life: a start right after a close that did not
+// wait, starts that fail half-way, threads that cannot be had, teardown of
+// the singletons, and a DNS time-out that must leave the caller to its own.
+#include <ares.h>
+#include <netdb.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <ace/Guard_T.h>
+
+#include "DnsMode.h"
+#include "net/StaticHostNameServer.h"
+#include "platform/MemAccount.h"
+#include "platform/SingletonRegistry.h"
+#include "platform/Thread.h"
+#include "support/AssertCapture.h"
+#include "support/BoundedWait.h"
+#include "support/HostLookupHook.h"
+#include "support/LogCapture.h"
+#include "support/Subprocess.h"
+
+using namespace std::chrono_literals;
+using Tarvik::Hostent;
+using Tarvik::HostNameServer;
+using Tarvik::HostNameServerPeer;
+namespace Net = Tarvik::Net;
+namespace dns = corvane_test::dns;
+
+namespace {
+
+const ACE_Time_Value kTwoSeconds(2, 0);
+
+class Lifecycle : public corvane_test::DnsModeTest {
+protected:
+    void TearDown() override {
+        Tarvik::setThreadCreationFaultForTest(nullptr);
+        Tarvik::setAllocationFaultForTest(nullptr);
+        DnsModeTest::TearDown();
+    }
+    static bool resolves(const char* in_szName = "127.0.0.1") {
+        Hostent h;
+        Hostent::GetHostByNameStatus status = Hostent::GHBN_OTHER_ERROR;
+        return server().resolve(in_szName, h, status, kTwoSeconds, false);
+    }
+    // Refuses the thread creations whose 1-based numbers are listed, counting from now.
+    static void refuseThreads(std::vector<int> in_numbers) {
+        auto pCount = std::make_shared<std::atomic<int>>(0);
+        Tarvik::setThreadCreationFaultForTest([pCount, in_numbers] {
+            const int n = ++*pCount;
+            for (int refused : in_numbers) {
+                if (refused == n) return true;
+            }
+            return false;
+        });
+    }
+};
+
+TEST_F(Lifecycle, StartRightAfterACloseThatDidNotWaitSucceeds) {
+    set("corvane.net.HostNameServer.numThread", "3");
+    corvane_test::HostLookupHook hook;
+    hook.setDelay(100ms);
+    for (int round = 0; round < 5; ++round) {
+        SCOPED_TRACE(round);
+        corvane_test::LogCapture log(Tarvik::ERROR_LOG_LEVEL);
+        ASSERT_TRUE(Net::initializeLibrary());
+        // A lookup still runs on a pool thread when the close returns.
+        Hostent h;
+        Hostent::GetHostByNameStatus status = Hostent::GHBN_SUCCESS;
+        EXPECT_FALSE(server().resolve("localhost", h, status, ACE_Time_Value::zero, false));
+        ASSERT_TRUE(corvane_test::waitFor([&] { return hook.lookups() > round; }));
+        EXPECT_TRUE(Net::closeLibrary());
+        EXPECT_TRUE(log.records().empty());
+    }
+    ASSERT_TRUE(Net::initializeLibrary());
+    EXPECT_TRUE(resolves());
+}
+
+TEST_F(Lifecycle, StartThatGivesUpIsUndoneAndTheNextStartSucceeds) {
+    corvane_test::DnsResponder responder("127.53.70.3");
+    startServer(responder);
+    set(kServersParam, responder.address());
+    set("corvane.net.HostNameServer.numThread", "1");
+    // With one pool thread the third thread made is the DNS task's, by the
+    // entry hook: made slowly, the task is not ready within the start's ten polls.
+    auto pCount = std::make_shared<std::atomic<int>>(0);
+    Tarvik::setThreadCreationFaultForTest([pCount] {
+        if (++*pCount == 3) std::this_thread::sleep_for(800ms);
+        return false;
+    });
+    corvane_test::LogCapture log(Tarvik::ERROR_LOG_LEVEL);
+    EXPECT_FALSE(Net::initializeLibrary());
+    EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL,
+                             "failed to initialize Net library. Failed to start HostNameServer"));
+    EXPECT_EQ(server().getTaskState(), Tarvik::Task::STOPPED_STATE);
+    EXPECT_EQ(Tarvik::AresReactorTask::getInstance().getTaskState(), Tarvik::Task::STOPPED_STATE);
+    EXPECT_FALSE(resolves());
+
+    Tarvik::setThreadCreationFaultForTest(nullptr);
+    HostNameServerPeer::leaveDnsMode(server());
+    ASSERT_TRUE(Net::initializeLibrary());
+    EXPECT_TRUE(resolves());
+}
+
+TEST_F(Lifecycle, ThreadThatCannotBeMadeFailsTheStartWhichCanBeRetried) {
+    set("corvane.net.HostNameServer.numThread", "3");
+    // Creation order of a start: the timer thread, then the pool's threads.
+    const struct {
+        const char* label;
+        int refused;
+        const char* logged;
+    } rows[] = {
+        {"timer thread", 1, "cannot make the timer thread"},
+        {"first pool thread", 2, "cannot make a thread (3 missing)"},
+        {"last pool thread", 4, "cannot make a thread (1 missing)"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.label);
+        refuseThreads({row.refused});
+        corvane_test::LogCapture log(Tarvik::ERROR_LOG_LEVEL);
+        EXPECT_FALSE(Net::initializeLibrary());
+        EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, row.logged));
+        EXPECT_EQ(server().getTaskState(), Tarvik::Task::STOPPED_STATE);
+        EXPECT_FALSE(resolves());
+        Tarvik::setThreadCreationFaultForTest(nullptr);
+        ASSERT_TRUE(Net::initializeLibrary());
+        EXPECT_TRUE(resolves());
+        ASSERT_TRUE(Net::forcedCloseLibrary());
+    }
+}
+
+TEST_F(Lifecycle, DnsTaskThatCannotStartStopsTheResolverAndTheStartSaysSo) {
+    corvane_test::DnsResponder responder("127.53.70.1");
+    startServer(responder);
+    set(kServersParam, responder.address());
+    set("corvane.net.HostNameServer.numThread", "1");
+    // With one pool thread: the timer thread, the pool thread, then the DNS task's loop thread.
+    refuseThreads({3});
+    corvane_test::LogCapture log(Tarvik::ERROR_LOG_LEVEL);
+    EXPECT_FALSE(Net::initializeLibrary());
+    EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, "cannot make the loop thread"));
+    EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL,
+                             "failed to initialize Net library. Failed to start HostNameServer"));
+    EXPECT_EQ(server().getTaskState(), Tarvik::Task::STOPPED_STATE);
+    EXPECT_EQ(Tarvik::AresReactorTask::getInstance().getTaskState(), Tarvik::Task::STOPPED_STATE);
+    EXPECT_FALSE(resolves());
+
+    Tarvik::setThreadCreationFaultForTest(nullptr);
+    HostNameServerPeer::leaveDnsMode(server());
+    ASSERT_TRUE(Net::initializeLibrary());
+    EXPECT_TRUE(resolves());
+}
+
+TEST_F(Lifecycle, DnsTimeOutWithAnAnswerLeavesTheCallerToItsOwnDeadline) {
+    ASSERT_TRUE(Net::initializeLibrary());
+    const dns::Bytes answer = dns::response("slow.test", {dns::a(dns::pointer(12), "10.0.0.1", 60)});
+    for (const ACE_Time_Value& timeout : {ACE_Time_Value(0, 200000), ACE_Time_Value::max_time}) {
+        Hostent h;
+        Hostent::GetHostByNameStatus status = Hostent::GHBN_SUCCESS;
+        EXPECT_FALSE(HostNameServerPeer::resolveWithDnsAnswer(server(), "slow.test", ARES_ETIMEOUT, answer, h, status,
+                                                              timeout));
+        EXPECT_EQ(status, Hostent::GHBN_TIMEOUT);
+    }
+    EXPECT_TRUE(drained(corvane_test::kDnsFutureAccount));
+}
+
+TEST_F(Lifecycle, CacheEntryThatCannotBeReplacedStaysWholeAndStillExpires) {
+    static std::atomic<long long> s_nowSec{1000};
+    HostNameServer::setClockForTest([] { return ACE_Time_Value(static_cast<time_t>(s_nowSec.load())); });
+    set(HostNameServer::getCacheSuccessParamName(), "true");
+    ASSERT_TRUE(Net::initializeLibrary());
+    Hostent first;
+    Hostent::GetHostByNameStatus status = Hostent::GHBN_OTHER_ERROR;
+    ASSERT_TRUE(first.getHostByName("10.0.0.1", status));
+    Hostent second;
+    ASSERT_TRUE(second.getHostByName("10.0.0.2", status));
+    HostNameServerPeer::updateCache(server(), "a.test", first, Hostent::GHBN_SUCCESS, ACE_Time_Value(10));
+
+    Tarvik::setAllocationFaultForTest([](size_t) { return true; });
+    corvane_test::LogCapture log(Tarvik::ERROR_LOG_LEVEL);
+    HostNameServerPeer::updateCache(server(), "a.test", second, Hostent::GHBN_SUCCESS, ACE_Time_Value(60));
+    HostNameServerPeer::updateCache(server(), "b.test", second, Hostent::GHBN_SUCCESS, ACE_Time_Value(60));
+    Tarvik::setAllocationFaultForTest(nullptr);
+    EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, "out of memory, a.test not cached"));
+
+    Hostent cached;
+    bool usable = false;
+    ASSERT_TRUE(HostNameServerPeer::getHostentInCache(server(), "a.test", cached, status, usable));
+    std::string address;
+    cached.getAddress(0, address);
+    EXPECT_EQ(address, "10.0.0.1");
+    EXPECT_FALSE(HostNameServerPeer::getHostentInCache(server(), "b.test", cached, status, usable));
+    s_nowSec += 11;
+    EXPECT_FALSE(HostNameServerPeer::getHostentInCache(server(), "a.test", cached, status, usable));
+    EXPECT_EQ(HostNameServerPeer::cacheSize(server()), 0u);
+}
+
+TEST_F(Lifecycle, ConfigurationRacesNoAnswerOfAnEarlierRun) {
+    set(HostNameServer::getCacheSuccessParamName(), "true");
+    set(HostNameServer::getCacheFlushTimeoutMsParamName(), "5000");
+    Hostent h;
+    Hostent::GetHostByNameStatus status = Hostent::GHBN_OTHER_ERROR;
+    ASSERT_TRUE(h.getHostByName("10.0.0.1", status));
+    std::atomic<bool> done{false};
+    std::thread answers([&] {
+        for (int i = 0; i < 2000 && !done; ++i) {
+            HostNameServerPeer::updateCache(server(), "n" + std::to_string(i % 50), h, Hostent::GHBN_SUCCESS,
+                                            ACE_Time_Value::zero);
+        }
+    });
+    for (int i = 0; i < 200; ++i) ASSERT_TRUE(server().configure(Tarvik::GlobalConfig::getInstance().getConfig()));
+    done = true;
+    answers.join();
+}
+
+TEST_F(Lifecycle, ThreadSlotIsNotUsedOnceTheRegistryTornDownTheResolver) {
+    HostNameServer& before = server();
+    (void)before;
+    Tarvik::SingletonRegistry::getInstance().teardown();
+    HostNameServer& after = server();
+    EXPECT_EQ(Tarvik::SingletonRegistry::getInstance().find("StaticHostNameServer"),
+              static_cast<void*>(static_cast<Tarvik::StaticHostNameServer*>(&after)));
+    ASSERT_TRUE(Net::initializeLibrary());
+    EXPECT_TRUE(resolves());
+}
+
+// The child of the exit test: queries in flight in DNS mode, a close that does
+// not wait, and the process ends at once. Runs only when the parent asks.
+TEST_F(Lifecycle, ExitChildClosesWithQueriesInFlight) {
+    const char* szServer = std::getenv("CORVANE_EXIT_CHILD_SERVER");
+    if (szServer == nullptr) GTEST_SKIP() << "run by ExitAfterCloseInDnsModeWithQueriesInFlight";
+    // A server that never answers: every query stays in flight. It lives until the process ends.
+    auto* pSilent = new corvane_test::DnsResponder(szServer);
+    pSilent->setDefault({});
+    if (!pSilent->start()) std::_Exit(4);
+    set(kServersParam, szServer);
+    set("corvane.net.HostNameServer.numThread", "3");
+    if (!Net::initializeLibrary()) std::_Exit(3);
+    for (int i = 0; i < 6; ++i) {
+        Hostent h;
+        Hostent::GetHostByNameStatus status = Hostent::GHBN_SUCCESS;
+        server().resolve(("q" + std::to_string(i) + ".test").c_str(), h, status, ACE_Time_Value(0, 1000), false);
+    }
+    Net::closeLibrary();
+    std::exit(0);  // the singletons are torn down while the resolver's threads end
+}
+
+TEST_F(Lifecycle, ExitAfterCloseInDnsModeWithQueriesInFlight) {
+    for (int run = 0; run < 10; ++run) {
+        const corvane_test::SubprocessResult result = corvane_test::runSubprocess(
+            {corvane_test::selfExecutable(), "--gtest_filter=Lifecycle.ExitChildClosesWithQueriesInFlight"},
+            {{"CORVANE_EXIT_CHILD_SERVER", "127.53.70.2"}}, 30000);
+        ASSERT_EQ(result.exitStatus, 0) << "run " << run << ":\n" << result.output;
+    }
+}
+
+}  // namespace

@@ -18,7 +18,6 @@
 #include <map>
 #include <mutex>
 #include <set>
-#include <system_error>
 #include <thread>
 #include <unordered_map>
 #include <utility>
@@ -31,6 +30,7 @@
 #include "platform/Assertion.h"
 #include "platform/Logger.h"
 #include "platform/MemAccount.h"
+#include "platform/Thread.h"
 #include "vocal/SipUrl.h"
 #include "vocal/VException.h"
 
@@ -431,14 +431,12 @@ bool SipServerLocator::Impl::start() {
         std::lock_guard<std::mutex> guard(m_timerMutex);
         m_bTimerRunning = true;
     }
-    try {
-        m_timerThread = std::thread(&Impl::timerLoop, this);
-    } catch (const std::system_error& e) {
+    if (!startThread(m_timerThread, [this] { timerLoop(); }, error)) {
         {
             std::lock_guard<std::mutex> guard(m_timerMutex);
             m_bTimerRunning = false;
         }
-        return fail(std::string("cannot make the timer thread : ") + e.what());
+        return fail("cannot make the timer thread : " + error);
     }
     auto pHosts = std::make_shared<SipHostsTable>();
     readSipHostsFile(sipHostsPath(), *pHosts);

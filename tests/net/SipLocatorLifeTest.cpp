@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "SipLocator.h"
+#include "platform/Thread.h"
 #include "support/AssertCapture.h"
 #include "support/BoundedWait.h"
 #include "support/LogCapture.h"
-#include "support/ThreadLimit.h"
 
 using corvane_test::DnsResponder;
 using corvane_test::Locator;
@@ -102,15 +102,16 @@ TEST_F(SipLocatorLife, AThreadThatCannotBeMadeUndoesTheStart) {
         int allowed;        // thread creations that succeed
         const char* error;  // in the ERROR record
     } rows[] = {
-        {0, "cannot start the DNS task"},   // the DNS task's thread
+        {0, "cannot start the DNS task"},     // the DNS task's thread
         {1, "cannot make the timer thread"},  // the DNS task runs; the timer thread fails
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.allowed);
         corvane_test::LogCapture log(Tarvik::ERROR_LOG_LEVEL);
-        bool started = true;
-        std::string error;
-        ASSERT_TRUE(corvane_test::runWithThreadLimit(row.allowed, [&] { started = m_locator.start(); }, &error)) << error;
+        std::atomic<int> allowed{row.allowed};
+        Tarvik::setThreadCreationFaultForTest([&] { return allowed-- <= 0; });
+        const bool started = m_locator.start();
+        Tarvik::setThreadCreationFaultForTest(nullptr);
         EXPECT_FALSE(started);
         EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, row.error)) << testing::PrintToString(log.messages());
         EXPECT_FALSE(m_locator.isRunning());

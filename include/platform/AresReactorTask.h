@@ -38,6 +38,12 @@ public:
     // stopped, waited for and destroyed with the process's other singletons.
     static AresReactorTask& getInstance();
 
+    // A task of the caller's own, stopped, for a channel that is not the
+    // process-wide one. The destructor stops the task and waits for its
+    // thread: not on that thread, nor from one of its callbacks.
+    AresReactorTask();
+    ~AresReactorTask() override;
+
     // Hands over the channel to drive (made by the caller with
     // ares_init_options; the caller destroys it with ares_destroy after
     // stop and waitUntilDone). Null clears it. False, reported, while the task
@@ -79,8 +85,6 @@ private:
         void* arg;               // the callback's argument
     };
 
-    AresReactorTask();
-    ~AresReactorTask() override;
     static void destroyInstance(void* in_pTask);
 
     void run(ares_channel in_channel);

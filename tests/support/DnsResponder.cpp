@@ -70,6 +70,38 @@ Bytes cname(const Bytes& in_owner, const std::string& in_target, uint32_t in_ttl
     return record(in_owner, TYPE_CNAME, in_ttl, name(in_target));
 }
 
+Bytes aaaa(const Bytes& in_owner, const std::string& in_address, uint32_t in_ttl) {
+    in6_addr addr{};
+    inet_pton(AF_INET6, in_address.c_str(), &addr);
+    const uint8_t* p = reinterpret_cast<const uint8_t*>(&addr);
+    return record(in_owner, TYPE_AAAA, in_ttl, Bytes(p, p + 16));
+}
+
+Bytes srv(const Bytes& in_owner, uint16_t in_priority, uint16_t in_weight, uint16_t in_port, const std::string& in_target,
+          uint32_t in_ttl) {
+    return record(in_owner, TYPE_SRV, in_ttl, cat({u16(in_priority), u16(in_weight), u16(in_port), name(in_target)}));
+}
+
+Bytes naptr(const Bytes& in_owner, uint16_t in_order, uint16_t in_preference, const std::string& in_flags,
+            const std::string& in_service, const std::string& in_regexp, const std::string& in_replacement,
+            uint32_t in_ttl) {
+    const auto text = [](const std::string& in_s) {
+        Bytes out(in_s.size() + 1);  // the length byte, then the characters
+        out[0] = static_cast<uint8_t>(in_s.size());
+        std::copy(in_s.begin(), in_s.end(), out.begin() + 1);
+        return out;
+    };
+    return record(in_owner, TYPE_NAPTR, in_ttl,
+                  cat({u16(in_order), u16(in_preference), text(in_flags), text(in_service), text(in_regexp),
+                       name(in_replacement)}));
+}
+
+Bytes soa(const Bytes& in_owner, uint32_t in_ttl, uint32_t in_minimum) {
+    return record(in_owner, TYPE_SOA, in_ttl,
+                  cat({name("ns.test"), name("hostmaster.test"), u32(1), u32(3600), u32(600), u32(86400),
+                       u32(in_minimum)}));
+}
+
 Bytes response(const std::string& in_qname, const std::vector<Bytes>& in_answers, uint16_t in_rcode,
                uint16_t in_qtype) {
     Bytes out = cat({header(0, static_cast<uint16_t>(RESPONSE_FLAGS | in_rcode), 1,

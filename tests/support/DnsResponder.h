@@ -23,8 +23,11 @@ using Bytes = std::vector<uint8_t>;
 constexpr uint16_t TYPE_A = 1;
 constexpr uint16_t TYPE_NS = 2;
 constexpr uint16_t TYPE_CNAME = 5;
+constexpr uint16_t TYPE_SOA = 6;
 constexpr uint16_t TYPE_TXT = 16;
 constexpr uint16_t TYPE_AAAA = 28;
+constexpr uint16_t TYPE_SRV = 33;
+constexpr uint16_t TYPE_NAPTR = 35;
 constexpr uint16_t CLASS_IN = 1;
 
 constexpr uint16_t RCODE_NOERROR = 0;
@@ -59,6 +62,19 @@ Bytes record(const Bytes& in_owner, uint16_t in_type, uint32_t in_ttl, const Byt
 Bytes a(const Bytes& in_owner, const std::string& in_address, uint32_t in_ttl);
 // A CNAME record pointing to an uncompressed target name.
 Bytes cname(const Bytes& in_owner, const std::string& in_target, uint32_t in_ttl);
+// An AAAA record for an IPv6 text ("fd00::1").
+Bytes aaaa(const Bytes& in_owner, const std::string& in_address, uint32_t in_ttl);
+// An SRV record: priority, weight, port, uncompressed target ("" is ".").
+Bytes srv(const Bytes& in_owner, uint16_t in_priority, uint16_t in_weight, uint16_t in_port,
+          const std::string& in_target, uint32_t in_ttl);
+// A NAPTR record: order, preference, flags, service, regexp (character
+// strings), uncompressed replacement.
+Bytes naptr(const Bytes& in_owner, uint16_t in_order, uint16_t in_preference, const std::string& in_flags,
+            const std::string& in_service, const std::string& in_regexp, const std::string& in_replacement,
+            uint32_t in_ttl);
+// An SOA record (ns.test, hostmaster.test, serial 1, refresh 3600, retry
+// 600, expire 86400) with its TTL and MINIMUM field.
+Bytes soa(const Bytes& in_owner, uint32_t in_ttl, uint32_t in_minimum);
 // A whole answer to an IN query of the name: header (id 0, patched in when
 // sent; RESPONSE_FLAGS | rcode; one question; one answer count per record),
 // the question, the records. Records may point at the question's name with

@@ -29,6 +29,7 @@ struct CommandContext {
     bool json = false;        // --json: one JSON object per line
     std::ostream* out;        // standard output
     std::ostream* err;        // standard error
+    Json locatorStats;        // a server locator's statistics, for --stats; null when none was used
 
     // Writes one item: a JSON line, or the object's form for people.
     void emit(const Json& in_item) const;

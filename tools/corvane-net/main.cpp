@@ -19,9 +19,9 @@ namespace {
 const char* const kDescription =
     "corvane-net asks the corvane-net library what it knows: it decodes SIP, TEL, IM and\n"
     "presence URLs, fills and canonicalises URIs, resolves names through the library's\n"
-    "resolver, and shows this host's names, addresses, routes, free ports, DNS servers\n"
-    "and configuration parameters. Global options go before the COMMAND; --json makes\n"
-    "its output one JSON object per line, for scripts.";
+    "resolver, locates SIP servers (RFC 3263), and shows this host's names, addresses,\n"
+    "routes, free ports, DNS servers and configuration parameters. Global options go\n"
+    "before the COMMAND; --json makes its output one JSON object per line, for scripts.";
 
 const char* const kFooter =
     "Exit status: 0 when every item succeeded, 1 when at least one item failed, 2 for a\n"
@@ -69,7 +69,9 @@ void declareGlobalOptions(CLI::App& io_app, GlobalOptions& out_options) {
         ->type_name("FILE")
         ->check(CLI::Validator(CLI::ExistingFile).description(""));
     io_app.add_flag("--json", out_options.json, "one JSON object per line on standard output");
-    io_app.add_flag("--stats", out_options.stats, "at exit, print the live objects of every memory account");
+    io_app.add_flag("--stats", out_options.stats,
+                    "at exit, print the live objects of every memory account,\n"
+                    "and the server locator's statistics when it was used");
 }
 
 // Applies the logging options: the file first, then the level, which wins over
@@ -189,6 +191,9 @@ int main(int argc, char** argv) {
     std::cout.flush();
     // Singletons go first, so the figures show what outlived them.
     Tarvik::SingletonRegistry::getInstance().teardown();
-    if (options.stats) printStats(std::cerr);
+    if (options.stats) {
+        printStats(std::cerr);
+        if (!ctx.locatorStats.is_null()) std::cerr << "locator-stats " << corvane::dumpJson(ctx.locatorStats) << std::endl;
+    }
     return status;
 }

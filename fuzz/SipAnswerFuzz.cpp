@@ -1,0 +1,68 @@
+// The SIP server locator's answer parsing: the input is a DNS message; the
+// name asked is its own question's (so that the parser gets past the
+// question), the type asked comes from the question too, or from the first
+// byte's choice when the question cannot be read. A parse either fails or
+// gives records that keep the parser's promises: lower-case names without
+// trailing dots, TTLs in range, sets that hold what their kind says.
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "net/SipAnswerParser.h"
+
+namespace {
+
+namespace SipDns = Tarvik::Net::SipDns;
+
+bool plainName(const std::string& in_name) {
+    if (!in_name.empty() && (in_name.front() == '.' || in_name.back() == '.')) return false;
+    for (char c : in_name) {
+        if (c >= 'A' && c <= 'Z') return false;
+    }
+    return true;
+}
+
+bool keepsPromises(const SipDns::RecordSet& in_set, bool in_bAdditional) {
+    if (in_bAdditional && in_set.kind != SipDns::RecordSet::RECORDS) return false;
+    if (in_set.kind == SipDns::RecordSet::RECORDS) {
+        if (in_set.size() == 0 || in_set.ttl > 7 * 24 * 3600) return false;
+    } else if (in_set.size() != 0 || in_set.ttl > SipDns::kMaxNegativeTtl) {
+        return false;
+    }
+    for (const SipDns::SrvRecord& srv : in_set.srv) {
+        if (!plainName(srv.target)) return false;
+    }
+    for (const SipDns::NaptrRecord& naptr : in_set.naptr) {
+        if (!plainName(naptr.replacement)) return false;
+    }
+    for (const std::string& address : in_set.addresses) {
+        if (address.empty()) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size > 65535) return 0;
+    static const uint16_t s_types[4] = {SipDns::kTypeNaptr, SipDns::kTypeSrv, SipDns::kTypeA, SipDns::kTypeAaaa};
+    std::string name;
+    size_t end = 0;
+    uint16_t type = size > 0 ? s_types[data[0] & 3] : SipDns::kTypeA;
+    if (size >= 12 && SipDns::readName(data, size, 12, name, end)) {
+        if (end > size || !plainName(name)) __builtin_trap();
+        if (size - end >= 2) type = static_cast<uint16_t>((data[end] << 8) | data[end + 1]);
+    }
+    SipDns::ParsedAnswer answer;
+    std::string error;
+    if (!SipDns::parseAnswer(data, size, name, type, answer, error)) {
+        if (error.empty() || answer.records) __builtin_trap();
+        return 0;
+    }
+    if (!answer.records || !keepsPromises(*answer.records, false)) __builtin_trap();
+    for (const SipDns::AdditionalSet& set : answer.additional) {
+        if (!set.records || !plainName(set.name) || !keepsPromises(*set.records, true)) __builtin_trap();
+        if (set.type != SipDns::kTypeA && set.type != SipDns::kTypeAaaa && set.type != SipDns::kTypeSrv) __builtin_trap();
+    }
+    return 0;
+}

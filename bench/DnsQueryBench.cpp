@@ -18,6 +18,8 @@
 #include <ares.h>
 #include <benchmark/benchmark.h>
 
+#include "AresLoop.h"
+
 #include "net/HostNameServer.h"
 #include "net/Net.h"
 #include "net/ResolverConfig.h"
@@ -47,32 +49,7 @@ const std::string& serverAddress() {
     return s_pServer->address();
 }
 
-// Runs one round of the c-ares event loop: waits for the channel's sockets or
-// its next time-out, then processes what is ready.
-void processOnce(ares_channel in_channel) {
-    ares_socket_t sockets[ARES_GETSOCK_MAXNUM];
-    pollfd fds[ARES_GETSOCK_MAXNUM];
-    const int bits = ares_getsock(in_channel, sockets, ARES_GETSOCK_MAXNUM);
-    nfds_t count = 0;
-    for (int i = 0; i < ARES_GETSOCK_MAXNUM; ++i) {
-        short events = 0;
-        if (ARES_GETSOCK_READABLE(bits, i)) events |= POLLIN;
-        if (ARES_GETSOCK_WRITABLE(bits, i)) events |= POLLOUT;
-        if (events != 0) fds[count++] = pollfd{sockets[i], events, 0};
-    }
-    timeval maxWait{1, 0};
-    timeval wait;
-    const timeval* pWait = ares_timeout(in_channel, &maxWait, &wait);
-    poll(fds, count, static_cast<int>(pWait->tv_sec * 1000 + (pWait->tv_usec + 999) / 1000));
-    bool bReady = false;
-    for (nfds_t i = 0; i < count; ++i) {
-        if (fds[i].revents == 0) continue;
-        bReady = true;
-        ares_process_fd(in_channel, (fds[i].revents & ~POLLOUT) ? fds[i].fd : ARES_SOCKET_BAD,
-                        (fds[i].revents & POLLOUT) ? fds[i].fd : ARES_SOCKET_BAD);
-    }
-    if (!bReady) ares_process_fd(in_channel, ARES_SOCKET_BAD, ARES_SOCKET_BAD);
-}
+using corvane_bench::processOnce;
 
 struct BareLoop {
     ares_channel channel;

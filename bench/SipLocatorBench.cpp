@@ -24,6 +24,8 @@
 #include <ares.h>
 #include <benchmark/benchmark.h>
 
+#include "AresLoop.h"
+
 #include "net/SipRecordCache.h"
 #include "net/SipServerLocator.h"
 #include "platform/GlobalConfig.h"
@@ -229,30 +231,7 @@ struct BareChains {
     }
 };
 
-void processOnce(ares_channel in_channel) {
-    ares_socket_t sockets[ARES_GETSOCK_MAXNUM];
-    pollfd fds[ARES_GETSOCK_MAXNUM];
-    const int bits = ares_getsock(in_channel, sockets, ARES_GETSOCK_MAXNUM);
-    nfds_t count = 0;
-    for (int i = 0; i < ARES_GETSOCK_MAXNUM; ++i) {
-        short events = 0;
-        if (ARES_GETSOCK_READABLE(bits, i)) events |= POLLIN;
-        if (ARES_GETSOCK_WRITABLE(bits, i)) events |= POLLOUT;
-        if (events != 0) fds[count++] = pollfd{sockets[i], events, 0};
-    }
-    timeval maxWait{1, 0};
-    timeval wait;
-    const timeval* pWait = ares_timeout(in_channel, &maxWait, &wait);
-    poll(fds, count, static_cast<int>(pWait->tv_sec * 1000 + (pWait->tv_usec + 999) / 1000));
-    bool bReady = false;
-    for (nfds_t i = 0; i < count; ++i) {
-        if (fds[i].revents == 0) continue;
-        bReady = true;
-        ares_process_fd(in_channel, (fds[i].revents & ~POLLOUT) ? fds[i].fd : ARES_SOCKET_BAD,
-                        (fds[i].revents & POLLOUT) ? fds[i].fd : ARES_SOCKET_BAD);
-    }
-    if (!bReady) ares_process_fd(in_channel, ARES_SOCKET_BAD, ARES_SOCKET_BAD);
-}
+using corvane_bench::processOnce;
 
 void BM_SipLocateCAres(benchmark::State& state) {
     corvane_test::AresChannel channel(serverAddress(), 1000, 3);

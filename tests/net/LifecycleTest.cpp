@@ -48,6 +48,20 @@ protected:
         Hostent::GetHostByNameStatus status = Hostent::GHBN_OTHER_ERROR;
         return server().resolve(in_szName, h, status, kTwoSeconds, false);
     }
+    // After a DNS-mode start that failed: it said so, nothing runs, nothing
+    // resolves; without the fault, and out of DNS mode, the next start works.
+    void expectDnsStartUndoneAndRetried(const corvane_test::LogCapture& in_log) {
+        EXPECT_TRUE(in_log.contains(Tarvik::ERROR_LOG_LEVEL,
+                                    "failed to initialize Net library. Failed to start HostNameServer"));
+        EXPECT_EQ(server().getTaskState(), Tarvik::Task::STOPPED_STATE);
+        EXPECT_EQ(Tarvik::AresReactorTask::getInstance().getTaskState(), Tarvik::Task::STOPPED_STATE);
+        EXPECT_FALSE(resolves());
+
+        Tarvik::setThreadCreationFaultForTest(nullptr);
+        HostNameServerPeer::leaveDnsMode(server());
+        ASSERT_TRUE(Net::initializeLibrary());
+        EXPECT_TRUE(resolves());
+    }
     // Refuses the thread creations whose 1-based numbers are listed, counting from now.
     static void refuseThreads(std::vector<int> in_numbers) {
         auto pCount = std::make_shared<std::atomic<int>>(0);
@@ -95,16 +109,7 @@ TEST_F(Lifecycle, StartThatGivesUpIsUndoneAndTheNextStartSucceeds) {
     });
     corvane_test::LogCapture log(Tarvik::ERROR_LOG_LEVEL);
     EXPECT_FALSE(Net::initializeLibrary());
-    EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL,
-                             "failed to initialize Net library. Failed to start HostNameServer"));
-    EXPECT_EQ(server().getTaskState(), Tarvik::Task::STOPPED_STATE);
-    EXPECT_EQ(Tarvik::AresReactorTask::getInstance().getTaskState(), Tarvik::Task::STOPPED_STATE);
-    EXPECT_FALSE(resolves());
-
-    Tarvik::setThreadCreationFaultForTest(nullptr);
-    HostNameServerPeer::leaveDnsMode(server());
-    ASSERT_TRUE(Net::initializeLibrary());
-    EXPECT_TRUE(resolves());
+    expectDnsStartUndoneAndRetried(log);
 }
 
 TEST_F(Lifecycle, ThreadThatCannotBeMadeFailsTheStartWhichCanBeRetried) {
@@ -144,16 +149,7 @@ TEST_F(Lifecycle, DnsTaskThatCannotStartStopsTheResolverAndTheStartSaysSo) {
     corvane_test::LogCapture log(Tarvik::ERROR_LOG_LEVEL);
     EXPECT_FALSE(Net::initializeLibrary());
     EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, "cannot make the loop thread"));
-    EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL,
-                             "failed to initialize Net library. Failed to start HostNameServer"));
-    EXPECT_EQ(server().getTaskState(), Tarvik::Task::STOPPED_STATE);
-    EXPECT_EQ(Tarvik::AresReactorTask::getInstance().getTaskState(), Tarvik::Task::STOPPED_STATE);
-    EXPECT_FALSE(resolves());
-
-    Tarvik::setThreadCreationFaultForTest(nullptr);
-    HostNameServerPeer::leaveDnsMode(server());
-    ASSERT_TRUE(Net::initializeLibrary());
-    EXPECT_TRUE(resolves());
+    expectDnsStartUndoneAndRetried(log);
 }
 
 TEST_F(Lifecycle, DnsTimeOutWithAnAnswerLeavesTheCallerToItsOwnDeadline) {

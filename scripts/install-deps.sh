@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages corvane-net needs to build, test and run.
-# Idempotent and quiet when nothing is missing. Usage: install-deps.sh [build|test|bench|package]
+# Idempotent and quiet when nothing is missing. Usage: install-deps.sh [build|test|bench|package|coverage]
 set -euo pipefail
 what=${1:-build}
 
@@ -15,7 +15,8 @@ case "$what" in
                "${packaging[@]}" doxygen man-db) ;;
   bench) pkgs+=(libbenchmark-dev dnsmasq-base libosip2-dev libsofia-sip-ua-dev) ;;
   package) pkgs+=("${packaging[@]}") ;;
-  *) echo "usage: $0 [build|test|bench|package]" >&2; exit 2 ;;
+  coverage) pkgs+=(gcovr) ;;
+  *) echo "usage: $0 [build|test|bench|package|coverage]" >&2; exit 2 ;;
 esac
 
 missing=()

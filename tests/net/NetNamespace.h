@@ -12,8 +12,8 @@ namespace corvane_test {
 bool isNamespaceRun();
 
 // Builds a namespace with "ip -n NAME <command>" for each command, re-runs the
-// current test inside and expects it to pass. Skips where namespaces cannot be
-// made. Names looked up inside go to the namespace's own loopback address.
+// current test inside and expects it to pass; skips where that needs root.
+// Names looked up inside go to the namespace's own (unserved) loopback address.
 void rerunInOwnNamespace(const std::vector<std::string>& in_ipCommands);
 
 }  // namespace corvane_test

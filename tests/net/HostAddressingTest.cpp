@@ -24,11 +24,14 @@
 namespace {
 
 const char* const kLogger = "corvane.net.HostIPAddress";
+const char* const kPrimary = "corvane.net.primaryIPAddress";
 
 std::vector<std::string> dotted(const std::vector<ACE_INET_Addr>& in_addresses) {
     std::vector<std::string> out;
     char buffer[INET6_ADDRSTRLEN];
-    for (const ACE_INET_Addr& address : in_addresses) out.push_back(address.get_host_addr(buffer, sizeof(buffer)));
+    for (const ACE_INET_Addr& address : in_addresses) {
+        out.push_back(address.get_host_addr(buffer, sizeof(buffer)));
+    }
     return out;
 }
 
@@ -52,7 +55,7 @@ class HostAddressRules : public testing::TestWithParam<AddressRow> {};
 TEST_P(HostAddressRules, HoldOnAHostWithTheseInterfaces) {
     const AddressRow& row = GetParam();
     if (!corvane_test::isNamespaceRun()) {
-        // A link per address, or the loopback link (with ::1, which the list leaves out) when 127.0.0.1 is first.
+        // A link per address, or the loopback link (with ::1, which the list leaves out) for a first 127.0.0.1.
         std::vector<std::string> commands;
         for (size_t i = 0; i < row.addresses.size(); ++i) {
             const std::string link = "c" + std::to_string(i);
@@ -60,9 +63,9 @@ TEST_P(HostAddressRules, HoldOnAHostWithTheseInterfaces) {
                 commands.push_back("link set lo up");
                 continue;
             }
-            commands.insert(commands.end(), {"link add " + link + " type veth peer name p" + std::to_string(i),
-                                             "addr add " + row.addresses[i] + "/24 dev " + link,
-                                             "link set " + link + " up"});
+            commands.push_back("link add " + link + " type veth peer name p" + std::to_string(i));
+            commands.push_back("addr add " + row.addresses[i] + "/24 dev " + link);
+            commands.push_back("link set " + link + " up");
         }
         return corvane_test::rerunInOwnNamespace(commands);
     }
@@ -73,8 +76,7 @@ TEST_P(HostAddressRules, HoldOnAHostWithTheseInterfaces) {
     corvane_test::LogCapture logs;
     std::string error;
     if (row.configured != nullptr) {
-        ASSERT_TRUE(Tarvik::GlobalConfig::getInstance().setValue("corvane.net.primaryIPAddress", row.configured,
-                                                                 error));
+        ASSERT_TRUE(Tarvik::GlobalConfig::getInstance().setValue(kPrimary, row.configured, error));
     }
     std::vector<ACE_INET_Addr> addresses(1);  // emptied by every call
     EXPECT_EQ(Tarvik::getHostIPAddress(nullptr, addresses), !row.addresses.empty());
@@ -118,8 +120,8 @@ INSTANTIATE_TEST_SUITE_P(
                    {"10.1.2.4", "10.1.2.3"}, "", "Host has more than one IP address." + kSet},
         AddressRow{"ConfiguredForeignAddress", {"10.1.2.3", "10.1.2.4"}, "192.0.2.200",
                    {"10.1.2.3", "10.1.2.4"}, "192.0.2.200", ""},
-        AddressRow{"ConfiguredUnresolvable", {"127.0.0.1", "10.1.2.3"}, "no-such-host.invalid", {"10.1.2.3"}, "",
-                   "ACE_INET_Addr::set failed on no-such-host.invalid"}),
+        AddressRow{"ConfiguredUnresolvable", {"127.0.0.1", "10.1.2.3"}, "no-such-host.invalid", {"10.1.2.3"},
+                   "", "ACE_INET_Addr::set failed on no-such-host.invalid"}),
     [](const testing::TestParamInfo<AddressRow>& in_info) { return in_info.param.name; });
 
 // The host name is the namespace's own (a fresh process's, so it need not be given back).
@@ -145,8 +147,8 @@ TEST(HostName, FullyQualifiedNameJoinsTheHostNameAndTheResolverDomain) {
     for (const auto& row : rows) {
         ASSERT_EQ(sethostname(row.hostname, std::strlen(row.hostname)), 0);
         const corvane_test::TempFile file(row.resolvConf != nullptr ? row.resolvConf : "");
-        Tarvik::Net::setResolverConfigPathForTest(row.resolvConf != nullptr ? file.path()
-                                                                            : corvane_test::TempFile::uniquePath());
+        const std::string path = row.resolvConf != nullptr ? file.path() : corvane_test::TempFile::uniquePath();
+        Tarvik::Net::setResolverConfigPathForTest(path);
         corvane_test::LogCapture logs;
         std::string hostname;
         std::string fqdn = "unchanged";
@@ -161,12 +163,12 @@ TEST(IPAddress, ReadsExactlyTheWrittenFormsWithAnOptionalPort) {
         const char* text;
         const char* read;  // written form of the address read, or null when failbit is set
     } rows[] = {
-        {"10.0.0.1:5060", "10.0.0.1:5060"}, {"  10.0.0.1", "10.0.0.1:0"}, {"010.001.000.001:0080", "10.1.0.1:80"},
+        {"10.0.0.1:5060", "10.0.0.1:5060"}, {"  10.0.0.1", "10.0.0.1:0"}, {"010.001.000.001:08", "10.1.0.1:8"},
         {"0.0.0.0:7", "INADDR_ANY:7"}, {"INADDR_ANY", "INADDR_ANY:0"}, {"INADDR", "INADDR_ANY:0"},
         {"255.255.255.255:65535", "255.255.255.255:65535"}, {"1,2,3,4", nullptr}, {"1.2.3", nullptr},
         {"1.2.3.4:", nullptr}, {"1.2.3.4:x", nullptr}, {"1.2.3.4:65536", nullptr}, {"1.2.3.4:-5", nullptr},
         {"256.1.1.1", nullptr}, {"1.2.3.-4", nullptr}, {"+1.2.3.4", nullptr}, {"INADDR_ANX", nullptr},
-        {"INADDR_ANY:", nullptr}, {"inaddr_any", nullptr}, {"", nullptr}, {"   ", nullptr}, {":5060", nullptr},
+        {"INADDR_ANY:", nullptr}, {"inaddr_any", nullptr}, {"", nullptr}, {"   ", nullptr}, {":5", nullptr},
     };
     const auto written = [](const Tarvik::Net::IPAddress& in_address) {
         std::ostringstream os;
@@ -237,7 +239,7 @@ TEST(Interface, DestinationsAreReachedThroughTheirLinksAndDescribed) {
     }
 }
 
-// The hunt on a block of 11 real UDP ports that the test holds: a held port is in use, a released one is free.
+// The hunt on a block of 11 real UDP ports that the test holds: a held port is in use, a released one free.
 TEST(PortHunt, BindsTheFirstFreePortFromTheStartThenWrapsAround) {
     const struct {
         int min, max, start;    // offsets in the block
@@ -246,8 +248,8 @@ TEST(PortHunt, BindsTheFirstFreePortFromTheStartThenWrapsAround) {
         const char* assertion;  // raised by a broken range, or empty
     } rows[] = {
         {0, 10, 5, "xxx.x.x.xxx", 5, ""}, {0, 10, 5, "xxx.xxx.xxx", 7, ""}, {0, 10, 5, ".xxx.xxxxxx", 0, ""},
-        {0, 10, 5, "xxx..xxxxxx", 3, ""}, {2, 10, 0, "xxx.xxxxx.x", 3, ""},  // a start below the range: its minimum
-        {0, 8, 10, "xxxxx.xxxxx", 5, ""}, {0, 8, 10, "xxxxxxxx.xx", 8, ""},  // a start above it: its maximum
+        {0, 10, 5, "xxx..xxxxxx", 3, ""}, {2, 10, 0, "xxx.xxxxx.x", 3, ""},  // a start below the range: min
+        {0, 8, 10, "xxxxx.xxxxx", 5, ""}, {0, 8, 10, "xxxxxxxx.xx", 8, ""},  // a start above it: max
         {4, 4, 9, "xxxx.xxxxxx", 4, ""},  {4, 4, 4, "xxx.x.xxxxx", -1, ""}, {2, 8, 5, "..xxxxxxx..", -1, ""},
         {5, 4, 4, "...........", -1, "in_iMinPort <= in_iMaxPort"},
     };
@@ -264,7 +266,7 @@ TEST(PortHunt, BindsTheFirstFreePortFromTheStartThenWrapsAround) {
                 sockaddr_in address = {};
                 address.sin_family = AF_INET;
                 address.sin_port = htons(static_cast<uint16_t>(base + offset));
-                if (bind(held.back(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) base = 0;
+                if (bind(held.back(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) base = 0;
             }
             for (int offset = 0; offset < 11; ++offset) {
                 if (base == 0 || row.use[offset] == '.') close(held[offset]);
@@ -275,13 +277,14 @@ TEST(PortHunt, BindsTheFirstFreePortFromTheStartThenWrapsAround) {
         const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
         corvane_test::AssertCapture asserts;
         errno = 0;
-        const Tarvik::Fallible<size_t> port = Tarvik::Net::findFreeIPPortHunt(
-            reinterpret_cast<void*>(static_cast<intptr_t>(fd)), base + row.min, base + row.max, base + row.start);
+        void* handle = reinterpret_cast<void*>(static_cast<intptr_t>(fd));
+        const Tarvik::Fallible<size_t> port =
+            Tarvik::Net::findFreeIPPortHunt(handle, base + row.min, base + row.max, base + row.start);
         EXPECT_EQ(port.isValid() ? static_cast<int>(port.getValue()) - base : -1, row.found);
         sockaddr_in bound = {};
         socklen_t length = sizeof(bound);
         getsockname(fd, reinterpret_cast<sockaddr*>(&bound), &length);
-        EXPECT_EQ(ntohs(bound.sin_port), row.found < 0 ? 0 : base + row.found) << "left bound to the port found";
+        EXPECT_EQ(ntohs(bound.sin_port), row.found < 0 ? 0 : base + row.found) << "bound to the port found";
         if (row.found < 0 && *row.assertion == '\0') {
             EXPECT_EQ(errno, EADDRINUSE) << "the last bind error is left in errno";
         }

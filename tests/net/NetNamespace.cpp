@@ -21,7 +21,7 @@ const int kTimeoutMs = 60000;
 bool isNamespaceRun() { return std::getenv(kInnerRunVariable) != nullptr; }
 
 void rerunInOwnNamespace(const std::vector<std::string>& in_ipCommands) {
-    if (geteuid() != 0 || findProgram("ip").empty()) GTEST_SKIP() << "needs root and iproute2 (ip) for namespaces";
+    if (geteuid() != 0 || findProgram("ip").empty()) GTEST_SKIP() << "needs root and iproute2 for namespaces";
     static std::atomic<int> s_counter{0};
     const std::string name = "corvane-" + std::to_string(getpid()) + "-" + std::to_string(++s_counter);
     const std::string etc = "/etc/netns/" + name;  // its files are mounted over /etc inside

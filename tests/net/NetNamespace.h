@@ -1,6 +1,6 @@
-// A network namespace of the test's own, with the links the test chooses: the
-// test binary re-runs the current test inside it, in a fresh process, so that
-// the host's interfaces, routes and cached address list are the namespace's.
+// A network namespace of the test's own, with the links the test chooses, in
+// which the test binary re-runs the current test in a fresh process: there the
+// host's interfaces, routes and cached address list are the namespace's.
 #pragma once
 
 #include <string>

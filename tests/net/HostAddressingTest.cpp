@@ -124,16 +124,15 @@ INSTANTIATE_TEST_SUITE_P(
                    "", "ACE_INET_Addr::set failed on no-such-host.invalid"}),
     [](const testing::TestParamInfo<AddressRow>& in_info) { return in_info.param.name; });
 
-// The host name is the namespace's own (a fresh process's, so it need not be given back).
+// In a namespace process of its own, whose host name need not be given back.
 TEST(HostName, FullyQualifiedNameJoinsTheHostNameAndTheResolverDomain) {
     if (!corvane_test::isNamespaceRun()) return corvane_test::rerunInOwnNamespace({});
     ASSERT_EQ(unshare(CLONE_NEWUTS), 0);
-    const std::string longDomain = "domain " + std::string(1100, 'd');  // 0x451 bytes with "box." and a NUL
     const std::string failed = "DnsQueryConfig() failed status=0x";
     const std::string member = ") - probably failing because localhost is not member of a domain";
     const struct {
         const char* hostname;
-        const char* resolvConf;  // null: there is no resolver configuration
+        std::string resolvConf;
         std::string fqdn;
         std::string debug;  // the DEBUG message, or empty
     } rows[] = {
@@ -141,14 +140,13 @@ TEST(HostName, FullyQualifiedNameJoinsTheHostNameAndTheResolverDomain) {
         {"box", "search a.test b.test\n", "box.a.test", ""},
         {"box.example.org", "domain corvane.test\n", "box.example.org", ""},
         {"box", "nameserver 127.0.0.1\n", "box", failed + "3d (size=0" + member},
-        {"box", nullptr, "box", failed + "2 (size=0" + member},
-        {"box", longDomain.c_str(), "box", failed + "22 (size=451" + member},
+        // "box." and the domain and a NUL: 0x451 bytes, more than the 1024 a name may have.
+        {"box", "domain " + std::string(1100, 'd'), "box", failed + "22 (size=451" + member},
     };
     for (const auto& row : rows) {
         ASSERT_EQ(sethostname(row.hostname, std::strlen(row.hostname)), 0);
-        const corvane_test::TempFile file(row.resolvConf != nullptr ? row.resolvConf : "");
-        const std::string path = row.resolvConf != nullptr ? file.path() : corvane_test::TempFile::uniquePath();
-        Tarvik::Net::setResolverConfigPathForTest(path);
+        const corvane_test::TempFile file(row.resolvConf);
+        Tarvik::Net::setResolverConfigPathForTest(file.path());
         corvane_test::LogCapture logs;
         std::string hostname;
         std::string fqdn = "unchanged";
@@ -239,10 +237,12 @@ TEST(Interface, DestinationsAreReachedThroughTheirLinksAndDescribed) {
     }
 }
 
-// The hunt on a block of 11 real UDP ports that the test holds: a held port is in use, a released one free.
+// The hunt in a namespace, where no other process holds a port: a port the test holds is in use, any other
+// is free.
 TEST(PortHunt, BindsTheFirstFreePortFromTheStartThenWrapsAround) {
+    if (!corvane_test::isNamespaceRun()) return corvane_test::rerunInOwnNamespace({});
     const struct {
-        int min, max, start;    // offsets in the block
+        int min, max, start;    // offsets from port 30000
         const char* use;        // 'x': the port is in use
         int found;              // offset of the port bound, or -1
         const char* assertion;  // raised by a broken range, or empty
@@ -255,44 +255,30 @@ TEST(PortHunt, BindsTheFirstFreePortFromTheStartThenWrapsAround) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.use) + " from " + std::to_string(row.start));
-        // Below the ephemeral range, at a place that depends on the process so that parallel test processes
-        // do not compete.
-        std::vector<int> held;
-        int base = 0;
-        for (int attempt = 0; attempt < 40 && base == 0; ++attempt) {
-            base = 20000 + static_cast<int>((getpid() + attempt) % 400) * 26;
-            for (int offset = 0; offset < 11; ++offset) {
-                held.push_back(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-                sockaddr_in address = {};
-                address.sin_family = AF_INET;
-                address.sin_port = htons(static_cast<uint16_t>(base + offset));
-                if (bind(held.back(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) base = 0;
-            }
-            for (int offset = 0; offset < 11; ++offset) {
-                if (base == 0 || row.use[offset] == '.') close(held[offset]);
-            }
-            if (base == 0) held.clear();
+        std::vector<int> sockets;  // the held ports', then the hunter
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        for (int offset = 0; offset < 11; ++offset) {
+            if (row.use[offset] != 'x') continue;
+            sockets.push_back(socket(AF_INET, SOCK_DGRAM, 0));
+            address.sin_port = htons(static_cast<uint16_t>(30000 + offset));
+            ASSERT_EQ(bind(sockets.back(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
         }
-        ASSERT_NE(base, 0) << "no block of 11 free UDP ports found";
-        const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        sockets.push_back(socket(AF_INET, SOCK_DGRAM, 0));
         corvane_test::AssertCapture asserts;
         errno = 0;
-        void* handle = reinterpret_cast<void*>(static_cast<intptr_t>(fd));
-        const Tarvik::Fallible<size_t> port =
-            Tarvik::Net::findFreeIPPortHunt(handle, base + row.min, base + row.max, base + row.start);
-        EXPECT_EQ(port.isValid() ? static_cast<int>(port.getValue()) - base : -1, row.found);
-        sockaddr_in bound = {};
-        socklen_t length = sizeof(bound);
-        getsockname(fd, reinterpret_cast<sockaddr*>(&bound), &length);
-        EXPECT_EQ(ntohs(bound.sin_port), row.found < 0 ? 0 : base + row.found) << "bound to the port found";
+        const Tarvik::Fallible<size_t> port = Tarvik::Net::findFreeIPPortHunt(
+            reinterpret_cast<void*>(static_cast<intptr_t>(sockets.back())), 30000 + row.min, 30000 + row.max,
+            30000 + row.start);
+        EXPECT_EQ(port.isValid() ? static_cast<int>(port.getValue()) - 30000 : -1, row.found);
+        socklen_t length = sizeof(address);
+        getsockname(sockets.back(), reinterpret_cast<sockaddr*>(&address), &length);
+        EXPECT_EQ(ntohs(address.sin_port), row.found < 0 ? 0 : 30000 + row.found) << "bound to the port found";
         if (row.found < 0 && *row.assertion == '\0') {
             EXPECT_EQ(errno, EADDRINUSE) << "the last bind error is left in errno";
         }
         EXPECT_EQ(asserts.texts(), oneOrNone(row.assertion));
-        close(fd);
-        for (int offset = 0; offset < 11; ++offset) {
-            if (row.use[offset] == 'x') close(held[offset]);
-        }
+        for (int fd : sockets) close(fd);
     }
 }
 

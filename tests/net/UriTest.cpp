@@ -15,11 +15,10 @@ using Tarvik::Uri;
 
 namespace {
 
-// The four members, listed.
-std::string dumped(const Uri& in_uri) {
-    std::ostringstream os;
-    in_uri.dump(os);
-    return os.str();
+std::string text(const Uri& in_uri) {
+    std::string out = "stale";
+    in_uri.convertTo(out);
+    return out;
 }
 
 Uri make(const char* in_szScheme, const char* in_szUser, const char* in_szHost, const char* in_szPort) {
@@ -56,21 +55,18 @@ TEST(Uri, InitFromUrlTextTakesSipUrlsOnly) {
     const struct {
         const char* input;
         bool ok;
-        Uri uri;
-        const char* text;                  // its text form
+        std::string text;                  // the text form of the Uri filled
         std::vector<std::string> reports;  // log messages, then assertion texts
     } rows[] = {
-        {"sip:bob@10.0.0.2:5070", true, make("sip", "bob", "10.0.0.2", "5070"), "sip:bob@10.0.0.2:5070", {}},
-        {"SIP:bob@host.example.com;transport=tcp", true, make("sip", "bob", "host.example.com", ""),
-         "sip:bob@host.example.com", {}},
-        {"sip:carol@[::1]:5070", true, make("sip", "carol", "[::1]", "5070"), "sip:carol@[::1]:5070", {}},
-        // A URL without a user keeps the old one.
-        {"sip:10.0.0.2", true, make("sip", "alice", "10.0.0.2", ""), "sip:alice@10.0.0.2", {}},
-        {"tel:+15551234", false, start, "sip:alice@10.0.0.1:5060", {"Not implemented : tel urls"}},
-        {"alice", false, Uri(), ":", {invalid + "4", failed + "alice) to a Uri"}},
-        {"im:a@example.com", false, Uri(), ":", {invalid + "2", failed + "im:a@example.com) to a Uri"}},
-        {"pres:a@example.com", false, Uri(), ":", {invalid + "3", failed + "pres:a@example.com) to a Uri"}},
-        {"sip:a@h:port", false, Uri(), ":",
+        {"sip:bob@10.0.0.2:5070", true, "sip:bob@10.0.0.2:5070", {}},
+        {"SIP:bob@host.example.com;transport=tcp", true, "sip:bob@host.example.com", {}},
+        {"sip:carol@[::1]:5070", true, "sip:carol@[::1]:5070", {}},
+        {"sip:10.0.0.2", true, "sip:alice@10.0.0.2", {}},  // a URL without a user keeps the old one
+        {"tel:+15551234", false, "sip:alice@10.0.0.1:5060", {"Not implemented : tel urls"}},
+        {"alice", false, ":", {invalid + "4", failed + "alice) to a Uri"}},
+        {"im:a@example.com", false, ":", {invalid + "2", failed + "im:a@example.com) to a Uri"}},
+        {"pres:a@example.com", false, ":", {invalid + "3", failed + "pres:a@example.com) to a Uri"}},
+        {"sip:a@h:port", false, ":",
          {"Uri::initFrom : failed to parse URI : SipUrlParserException: failed in Decode",
           failed + "sip:a@h:port) to a Uri"}},
     };
@@ -79,21 +75,20 @@ TEST(Uri, InitFromUrlTextTakesSipUrlsOnly) {
         corvane_test::AssertCapture asserts;
         Uri uri = start;
         EXPECT_EQ(uri.initFrom(row.input), row.ok) << row.input;
-        EXPECT_EQ(dumped(uri), dumped(row.uri)) << row.input;
-        std::string text = "stale";
-        uri.convertTo(text);
         std::ostringstream os;
         os << std::setw(30) << uri;  // the field width is honoured
-        EXPECT_EQ(text + "|" + os.str(), row.text + ("|" + std::string(30 - text.size(), ' ')) + row.text);
+        EXPECT_EQ(text(uri), row.text) << row.input;
+        EXPECT_EQ(os.str(), std::string(30 - row.text.size(), ' ') + row.text);
         std::vector<std::string> reports = log.messages("corvane.net.Uri");
         for (const std::string& report : asserts.texts()) reports.push_back(report);
         EXPECT_EQ(reports, row.reports) << row.input;
     }
-    EXPECT_EQ(dumped(Uri()), "scheme=\nuser=\nhost=\nport=\n");
-    EXPECT_EQ(dumped(start), "scheme=sip\nuser=alice\nhost=10.0.0.1\nport=5060\n");
-    Uri cleared = start;
+    Uri cleared = make("tel", "bob", "h", "1");
+    std::ostringstream listing;
+    cleared.dump(listing);
     cleared.clear();
-    EXPECT_EQ(dumped(cleared), dumped(Uri()));
+    cleared.dump(listing);
+    EXPECT_EQ(listing.str(), "scheme=tel\nuser=bob\nhost=h\nport=1\nscheme=\nuser=\nhost=\nport=\n");
 }
 
 TEST(Uri, TreeWalkFillsNamedNodesFromTheirTokens) {
@@ -103,16 +98,16 @@ TEST(Uri, TreeWalkFillsNamedNodesFromTheirTokens) {
     Uri uri = make("x", "stale-user", "x", "x");
     const auto scheme = node("Scheme", 0, 0);
     EXPECT_TRUE(uri.initFrom(tokens, node("R", 0, 6, node("S", 0, 4, scheme, host), node("Port", 6, 6))));
-    EXPECT_EQ(dumped(uri), dumped(make("sip", "", "host.org", "5060")));
+    EXPECT_EQ(text(uri), "sip:host.org:5060");
     // A "Host" rule under another label is no host; an empty range leaves a member empty; a later node wins.
     const auto labelled = node("A", 0, 0, node("Host", 2, 2, {}, {}, "Domain"), node("User", 5, 4));
     const auto ports = node("B", 0, 0, node("Port", 6, 6), node("Port", 7, 7));
     EXPECT_TRUE(uri.initFrom(tokens, node("R", 0, 7, labelled, ports)));
-    EXPECT_EQ(dumped(uri), dumped(make("", "", "", "bob")));
+    EXPECT_EQ(text(uri), "::bob");
     corvane_test::AssertCapture asserts;
     EXPECT_TRUE(uri.initFrom(tokens, Tarvik::CountedObjPtr<Node>()));
     EXPECT_EQ(asserts.texts(), std::vector<std::string>{"! in_pParse.isNull()"});
-    EXPECT_EQ(dumped(uri), dumped(Uri()));
+    EXPECT_EQ(text(uri), ":");
 }
 
 class Canonicalize : public corvane_test::LibraryTest {};
@@ -126,7 +121,7 @@ TEST_F(Canonicalize, FillsTheSipPortAndPutsTheAddressInPlaceOfTheHost) {
     EXPECT_FALSE(uri.canonicalize(ACE_Time_Value::zero));
     const std::string notStarted = "cannot specify a timeout if the HostNameServer is not started";
     EXPECT_EQ(log.count("Uri::canonicalize : " + notStarted), 2u);
-    EXPECT_EQ(dumped(uri), dumped(make("sip", "", "10.0.0.1", ""))) << "no fallback to the direct path";
+    EXPECT_EQ(text(uri), "sip:10.0.0.1") << "no fallback to the direct path";
     ASSERT_TRUE(Tarvik::Net::initializeLibrary());
     corvane_test::HostLookupHook hook;  // the resolver's lookups
     hook.setDelay(std::chrono::milliseconds(100));
@@ -135,33 +130,32 @@ TEST_F(Canonicalize, FillsTheSipPortAndPutsTheAddressInPlaceOfTheHost) {
     const std::string unknownProtocol =
         "Uri \"" + self.str() + "\" could not be canonicalized: " + "unknown protocol";
     const ACE_Time_Value direct = ACE_Time_Value::max_time;
+    const ACE_Time_Value twoSeconds(2);
     const struct {
         Uri in;
         ACE_Time_Value timeout;
-        Uri out;
+        const char* out;  // the text form after the call
         std::string log;  // the last message, empty on success
     } rows[] = {
-        {make("sip", "alice", "127.0.0.1", ""), direct, make("sip", "alice", "127.0.0.1", "5060"), ""},
-        {make("http", "", "10.0.0.1", "80"), direct, make("http", "", "10.0.0.1", "80"), ""},
-        {make("SIP", "", "127.0.0.1", ""), direct, make("SIP", "", "127.0.0.1", ""), unknownProtocol},
-        {make("sip", "", "nowhere.test", ""), direct, make("sip", "", "nowhere.test", ""),
-         "Unknown host: \"nowhere.test\""},
-        {make("sip", "a", "localhost", ""), ACE_Time_Value(2), make("sip", "a", "127.0.0.1", "5060"), ""},
-        {make("xmpp", "", "localhost", "5222"), ACE_Time_Value(2), make("xmpp", "", "127.0.0.1", "5222"), ""},
-        {make("xmpp", "", "localhost", ""), ACE_Time_Value(2), make("xmpp", "", "localhost", ""),
-         "canonicalizeSipPort failed"},
-        {make("sip", "", "gone.test", ""), ACE_Time_Value(2), make("sip", "", "gone.test", ""),
+        {make("sip", "alice", "127.0.0.1", ""), direct, "sip:alice@127.0.0.1:5060", ""},
+        {make("http", "", "10.0.0.1", "80"), direct, "http:10.0.0.1:80", ""},
+        {make("SIP", "", "127.0.0.1", ""), direct, "SIP:127.0.0.1", unknownProtocol},
+        {make("sip", "", "nowhere.test", ""), direct, "sip:nowhere.test", "Unknown host: \"nowhere.test\""},
+        {make("sip", "a", "localhost", ""), twoSeconds, "sip:a@127.0.0.1:5060", ""},
+        {make("xmpp", "", "localhost", "5222"), twoSeconds, "xmpp:127.0.0.1:5222", ""},
+        {make("xmpp", "", "localhost", ""), twoSeconds, "xmpp:localhost", "canonicalizeSipPort failed"},
+        {make("sip", "", "gone.test", ""), twoSeconds, "sip:gone.test",
          "server.resolve() failed : GHBN_HOST_NOT_FOUND"},
-        {make("sip", "", "slow.test", ""), ACE_Time_Value(0, 10000), make("sip", "", "slow.test", ""),
+        {make("sip", "", "slow.test", ""), ACE_Time_Value(0, 10000), "sip:slow.test",
          "server.resolve() failed : GHBN_TIMEOUT"},
     };
     for (const auto& row : rows) {
         log.clear();
         uri = row.in;
-        EXPECT_EQ(uri.canonicalize(row.timeout), row.log.empty()) << row.in;
-        EXPECT_EQ(dumped(uri), dumped(row.out)) << row.in;
+        EXPECT_EQ(uri.canonicalize(row.timeout), row.log.empty()) << row.out;
+        EXPECT_EQ(text(uri), row.out);
         const std::vector<std::string> messages = log.messages("corvane.net.Uri");
-        EXPECT_EQ(messages.empty() ? "" : messages.back(), row.log) << row.in;
+        EXPECT_EQ(messages.empty() ? "" : messages.back(), row.log) << row.out;
     }
     std::string out;
     EXPECT_TRUE(Tarvik::canonicalizeURI("SIP:carol@localhost:5070?Subject=x", out, direct));

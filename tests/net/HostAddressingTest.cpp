@@ -237,43 +237,46 @@ TEST(Interface, DestinationsAreReachedThroughTheirLinksAndDescribed) {
     }
 }
 
-// The hunt in a namespace, where no other process holds a port: a port the test holds is in use, any other
-// is free.
+// The hunt in a namespace, where no other process holds a port: of the ports 30000 to 30010, those the test
+// holds are in use, the others free.
 TEST(PortHunt, BindsTheFirstFreePortFromTheStartThenWrapsAround) {
     if (!corvane_test::isNamespaceRun()) return corvane_test::rerunInOwnNamespace({});
     const struct {
-        int min, max, start;    // offsets from port 30000
-        const char* use;        // 'x': the port is in use
-        int found;              // offset of the port bound, or -1
+        size_t min, max, start;
+        const char* use;        // 'x': the port 30000 + i is in use
+        int found;              // the port bound, or -1
         const char* assertion;  // raised by a broken range, or empty
     } rows[] = {
-        {0, 10, 5, "xxx.x.x.xxx", 5, ""}, {0, 10, 5, "xxx.xxx.xxx", 7, ""}, {0, 10, 5, ".xxx.xxxxxx", 0, ""},
-        {0, 10, 5, "xxx..xxxxxx", 3, ""}, {2, 10, 0, "xxx.xxxxx.x", 3, ""},  // a start below the range: min
-        {0, 8, 10, "xxxxx.xxxxx", 5, ""}, {0, 8, 10, "xxxxxxxx.xx", 8, ""},  // a start above it: max
-        {4, 4, 9, "xxxx.xxxxxx", 4, ""},  {4, 4, 4, "xxx.x.xxxxx", -1, ""}, {2, 8, 5, "..xxxxxxx..", -1, ""},
-        {5, 4, 4, "...........", -1, "in_iMinPort <= in_iMaxPort"},
+        {30000, 30010, 30005, "xxx.x.x.xxx", 30005, ""}, {30000, 30010, 30005, "xxx.xxx.xxx", 30007, ""},
+        {30000, 30010, 30005, ".xxx.xxxxxx", 30000, ""}, {30000, 30010, 30005, "xxx..xxxxxx", 30003, ""},
+        {30002, 30010, 1, "xxx.xxxxx.x", 30003, ""},  // a start below the range begins at its minimum
+        {30000, 30008, 40000, "xxxxx.xxxxx", 30005, ""}, {30000, 30008, 40000, "xxxxxxxx.xx", 30008, ""},
+        {30004, 30004, 30009, "xxxx.xxxxxx", 30004, ""}, {30004, 30004, 30004, "xxx.x.xxxxx", -1, ""},
+        {30002, 30008, 30005, "..xxxxxxx..", -1, ""},
+        {30005, 30004, 30004, "", -1, "in_iMinPort <= in_iMaxPort"},
+        {0, 10, 5, "", -1, "in_iMinPort > 0"},
+        {65530, 65536, 65530, "", -1, "in_iMaxPort <= 65535"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.use) + " from " + std::to_string(row.start));
         std::vector<int> sockets;  // the held ports', then the hunter
         sockaddr_in address = {};
         address.sin_family = AF_INET;
-        for (int offset = 0; offset < 11; ++offset) {
-            if (row.use[offset] != 'x') continue;
+        for (int i = 0; row.use[i] != '\0'; ++i) {
+            if (row.use[i] != 'x') continue;
             sockets.push_back(socket(AF_INET, SOCK_DGRAM, 0));
-            address.sin_port = htons(static_cast<uint16_t>(30000 + offset));
+            address.sin_port = htons(static_cast<uint16_t>(30000 + i));
             ASSERT_EQ(bind(sockets.back(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
         }
         sockets.push_back(socket(AF_INET, SOCK_DGRAM, 0));
         corvane_test::AssertCapture asserts;
         errno = 0;
         const Tarvik::Fallible<size_t> port = Tarvik::Net::findFreeIPPortHunt(
-            reinterpret_cast<void*>(static_cast<intptr_t>(sockets.back())), 30000 + row.min, 30000 + row.max,
-            30000 + row.start);
-        EXPECT_EQ(port.isValid() ? static_cast<int>(port.getValue()) - 30000 : -1, row.found);
+            reinterpret_cast<void*>(static_cast<intptr_t>(sockets.back())), row.min, row.max, row.start);
+        EXPECT_EQ(port.isValid() ? static_cast<int>(port.getValue()) : -1, row.found);
         socklen_t length = sizeof(address);
         getsockname(sockets.back(), reinterpret_cast<sockaddr*>(&address), &length);
-        EXPECT_EQ(ntohs(address.sin_port), row.found < 0 ? 0 : 30000 + row.found) << "bound to the port found";
+        EXPECT_EQ(ntohs(address.sin_port), row.found < 0 ? 0 : row.found) << "bound to the port found";
         if (row.found < 0 && *row.assertion == '\0') {
             EXPECT_EQ(errno, EADDRINUSE) << "the last bind error is left in errno";
         }

@@ -254,7 +254,7 @@ TEST(PortHunt, BindsTheFirstFreePortFromTheStartThenWrapsAround) {
         {any, 30000, 30010, 30005, "xxx..xxxxxx", 30003, ""},
         {any, 30002, 30010, 1, "xxx.xxxxx.x", 30003, ""},  // a start below the range begins at its minimum
         {any, 30000, 30008, 40000, "xxxxx.xxxxx", 30005, ""},
-        {any, 30000, 30008, 40000, "xxxxxxxx.xx", 30008, ""},
+        {any, 30000, 30008, 40000, "xxxxxxxxx..", -1, ""},  // free ports above the range are not tried
         {any, 30004, 30004, 30009, "xxxx.xxxxxx", 30004, ""},
         {any, 30004, 30004, 30004, "xxx.x.xxxxx", -1, ""},
         {any, 30002, 30008, 30005, "..xxxxxxx..", -1, ""},

@@ -15,20 +15,17 @@ namespace corvane_test {
 class TempFile {
 public:
     explicit TempFile(const std::string& in_strContent) : m_strPath(uniquePath()) {
-        std::ofstream file(m_strPath, std::ios::binary);
-        file << in_strContent;
+        std::ofstream(m_strPath, std::ios::binary) << in_strContent;
     }
     ~TempFile() { std::remove(m_strPath.c_str()); }
     TempFile(const TempFile&) = delete;
     TempFile& operator=(const TempFile&) = delete;
-
     const std::string& path() const { return m_strPath; }
 
     // A path in the test folder that no file has.
     static std::string uniquePath() {
         static std::atomic<int> s_counter{0};
-        return testing::TempDir() + "corvane-" + std::to_string(getpid()) + "-" +
-               std::to_string(++s_counter);
+        return testing::TempDir() + "corvane-" + std::to_string(getpid()) + "-" + std::to_string(++s_counter);
     }
 
 private:

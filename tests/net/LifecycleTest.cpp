@@ -2,24 +2,15 @@
 // wait, starts that fail half-way, threads that cannot be had, teardown of
 // the singletons, and a DNS time-out that must leave the caller to its own.
 #include <ares.h>
-#include <netdb.h>
 
-#include <atomic>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <ace/Guard_T.h>
+#include <functional>
 
 #include "DnsMode.h"
 #include "net/StaticHostNameServer.h"
-#include "platform/MemAccount.h"
 #include "platform/SingletonRegistry.h"
 #include "platform/Thread.h"
-#include "support/AssertCapture.h"
 #include "support/BoundedWait.h"
 #include "support/HostLookupHook.h"
 #include "support/LogCapture.h"
@@ -34,8 +25,6 @@ namespace dns = corvane_test::dns;
 
 namespace {
 
-const ACE_Time_Value kTwoSeconds(2, 0);
-
 class Lifecycle : public corvane_test::DnsModeTest {
 protected:
     void TearDown() override {
@@ -43,35 +32,15 @@ protected:
         Tarvik::setAllocationFaultForTest(nullptr);
         DnsModeTest::TearDown();
     }
-    static bool resolves(const char* in_szName = "127.0.0.1") {
+    static bool resolves() {
         Hostent h;
         Hostent::GetHostByNameStatus status = Hostent::GHBN_OTHER_ERROR;
-        return server().resolve(in_szName, h, status, kTwoSeconds, false);
+        return server().resolve("127.0.0.1", h, status, ACE_Time_Value(2), false);
     }
-    // After a DNS-mode start that failed: it said so, nothing runs, nothing
-    // resolves; without the fault, and out of DNS mode, the next start works.
-    void expectDnsStartUndoneAndRetried(const corvane_test::LogCapture& in_log) {
-        EXPECT_TRUE(in_log.contains(Tarvik::ERROR_LOG_LEVEL,
-                                    "failed to initialize Net library. Failed to start HostNameServer"));
-        EXPECT_EQ(server().getTaskState(), Tarvik::Task::STOPPED_STATE);
-        EXPECT_EQ(Tarvik::AresReactorTask::getInstance().getTaskState(), Tarvik::Task::STOPPED_STATE);
-        EXPECT_FALSE(resolves());
-
-        Tarvik::setThreadCreationFaultForTest(nullptr);
-        HostNameServerPeer::leaveDnsMode(server());
-        ASSERT_TRUE(Net::initializeLibrary());
-        EXPECT_TRUE(resolves());
-    }
-    // Refuses the thread creations whose 1-based numbers are listed, counting from now.
-    static void refuseThreads(std::vector<int> in_numbers) {
+    // Thread creations from now on, 1-based, go to the function (true: refused).
+    static void onThreadCreation(std::function<bool(int)> in_fault) {
         auto pCount = std::make_shared<std::atomic<int>>(0);
-        Tarvik::setThreadCreationFaultForTest([pCount, in_numbers] {
-            const int n = ++*pCount;
-            for (int refused : in_numbers) {
-                if (refused == n) return true;
-            }
-            return false;
-        });
+        Tarvik::setThreadCreationFaultForTest([pCount, in_fault] { return in_fault(++*pCount); });
     }
 };
 
@@ -95,61 +64,56 @@ TEST_F(Lifecycle, StartRightAfterACloseThatDidNotWaitSucceeds) {
     EXPECT_TRUE(resolves());
 }
 
-TEST_F(Lifecycle, StartThatGivesUpIsUndoneAndTheNextStartSucceeds) {
-    corvane_test::DnsResponder responder("127.53.70.3");
+TEST_F(Lifecycle, StartThatFailsHalfWayIsUndoneAndTheNextStartSucceeds) {
+    corvane_test::DnsResponder responder("127.53.70.1");
     startServer(responder);
-    set(kServersParam, responder.address());
-    set("corvane.net.HostNameServer.numThread", "1");
-    // With one pool thread the third thread made is the DNS task's, by the
-    // entry hook: made slowly, the task is not ready within the start's ten polls.
-    auto pCount = std::make_shared<std::atomic<int>>(0);
-    Tarvik::setThreadCreationFaultForTest([pCount] {
-        if (++*pCount == 3) std::this_thread::sleep_for(800ms);
-        return false;
-    });
-    corvane_test::LogCapture log(Tarvik::ERROR_LOG_LEVEL);
-    EXPECT_FALSE(Net::initializeLibrary());
-    expectDnsStartUndoneAndRetried(log);
-}
-
-TEST_F(Lifecycle, ThreadThatCannotBeMadeFailsTheStartWhichCanBeRetried) {
-    set("corvane.net.HostNameServer.numThread", "3");
-    // Creation order of a start: the timer thread, then the pool's threads.
+    // Creation order of a start with one pool thread: the timer thread, the
+    // pool thread, then (from the pool thread's entry) the DNS task's loop thread.
     const struct {
         const char* label;
-        int refused;
+        bool dnsMode;
+        std::function<bool(int)> fault;
         const char* logged;
     } rows[] = {
-        {"timer thread", 1, "cannot make the timer thread"},
-        {"first pool thread", 2, "cannot make a thread (3 missing)"},
-        {"last pool thread", 4, "cannot make a thread (1 missing)"},
+        {"timer thread", false, [](int n) { return n == 1; }, "cannot make the timer thread"},
+        {"only pool thread", false, [](int n) { return n == 2; }, "cannot make a thread (1 missing)"},
+        {"DNS task's thread", true, [](int n) { return n == 3; }, "cannot make the loop thread"},
+        // Made slowly, the DNS task is not ready within the start's ten polls.
+        {"DNS task too slow", true,
+         [](int n) {
+             if (n == 3) std::this_thread::sleep_for(800ms);
+             return false;
+         },
+         "failed to initialize Net library. Failed to start HostNameServer"},
     };
+    set("corvane.net.HostNameServer.numThread", "1");
     for (const auto& row : rows) {
         SCOPED_TRACE(row.label);
-        refuseThreads({row.refused});
+        if (row.dnsMode) set(kServersParam, responder.address());
+        onThreadCreation(row.fault);
         corvane_test::LogCapture log(Tarvik::ERROR_LOG_LEVEL);
         EXPECT_FALSE(Net::initializeLibrary());
         EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, row.logged));
+        if (row.dnsMode) {
+            EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL,
+                                     "failed to initialize Net library. Failed to start HostNameServer"));
+        }
         EXPECT_EQ(server().getTaskState(), Tarvik::Task::STOPPED_STATE);
+        EXPECT_EQ(Tarvik::AresReactorTask::getInstance().getTaskState(), Tarvik::Task::STOPPED_STATE);
         EXPECT_FALSE(resolves());
         Tarvik::setThreadCreationFaultForTest(nullptr);
+        restart();
         ASSERT_TRUE(Net::initializeLibrary());
         EXPECT_TRUE(resolves());
-        ASSERT_TRUE(Net::forcedCloseLibrary());
+        restart();
     }
-}
-
-TEST_F(Lifecycle, DnsTaskThatCannotStartStopsTheResolverAndTheStartSaysSo) {
-    corvane_test::DnsResponder responder("127.53.70.1");
-    startServer(responder);
-    set(kServersParam, responder.address());
-    set("corvane.net.HostNameServer.numThread", "1");
-    // With one pool thread: the timer thread, the pool thread, then the DNS task's loop thread.
-    refuseThreads({3});
+    Tarvik::GlobalConfig::getInstance().clearValue(kServersParam);
+    set("corvane.net.HostNameServer.numThread", "3");
+    onThreadCreation([](int n) { return n == 2; });
     corvane_test::LogCapture log(Tarvik::ERROR_LOG_LEVEL);
     EXPECT_FALSE(Net::initializeLibrary());
-    EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, "cannot make the loop thread"));
-    expectDnsStartUndoneAndRetried(log);
+    EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, "cannot make a thread (3 missing)"));
+    EXPECT_FALSE(resolves());
 }
 
 TEST_F(Lifecycle, DnsTimeOutWithAnAnswerLeavesTheCallerToItsOwnDeadline) {
@@ -171,9 +135,9 @@ TEST_F(Lifecycle, CacheEntryThatCannotBeReplacedStaysWholeAndStillExpires) {
     set(HostNameServer::getCacheSuccessParamName(), "true");
     ASSERT_TRUE(Net::initializeLibrary());
     Hostent first;
+    Hostent second;
     Hostent::GetHostByNameStatus status = Hostent::GHBN_OTHER_ERROR;
     ASSERT_TRUE(first.getHostByName("10.0.0.1", status));
-    Hostent second;
     ASSERT_TRUE(second.getHostByName("10.0.0.2", status));
     HostNameServerPeer::updateCache(server(), "a.test", first, Hostent::GHBN_SUCCESS, ACE_Time_Value(10));
 
@@ -187,9 +151,7 @@ TEST_F(Lifecycle, CacheEntryThatCannotBeReplacedStaysWholeAndStillExpires) {
     Hostent cached;
     bool usable = false;
     ASSERT_TRUE(HostNameServerPeer::getHostentInCache(server(), "a.test", cached, status, usable));
-    std::string address;
-    cached.getAddress(0, address);
-    EXPECT_EQ(address, "10.0.0.1");
+    EXPECT_EQ(corvane_test::addressesOf(cached), std::vector<std::string>{"10.0.0.1"});
     EXPECT_FALSE(HostNameServerPeer::getHostentInCache(server(), "b.test", cached, status, usable));
     s_nowSec += 11;
     EXPECT_FALSE(HostNameServerPeer::getHostentInCache(server(), "a.test", cached, status, usable));
@@ -214,13 +176,17 @@ TEST_F(Lifecycle, ConfigurationRacesNoAnswerOfAnEarlierRun) {
     answers.join();
 }
 
-TEST_F(Lifecycle, ThreadSlotIsNotUsedOnceTheRegistryTornDownTheResolver) {
-    HostNameServer& before = server();
-    (void)before;
+TEST_F(Lifecycle, ResolverIsOneObjectOnEveryThreadAndIsMadeAgainAfterTheRegistryTornItDown) {
+    std::vector<HostNameServer*> seen(4);
+    std::vector<std::thread> threads;
+    for (size_t i = 0; i < seen.size(); ++i) threads.emplace_back([&seen, i] { seen[i] = &server(); });
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(seen, std::vector<HostNameServer*>(4, &server()));
+    EXPECT_EQ(live("StaticHostNameServer"), 1);
+
     Tarvik::SingletonRegistry::getInstance().teardown();
-    HostNameServer& after = server();
     EXPECT_EQ(Tarvik::SingletonRegistry::getInstance().find("StaticHostNameServer"),
-              static_cast<void*>(static_cast<Tarvik::StaticHostNameServer*>(&after)));
+              static_cast<void*>(static_cast<Tarvik::StaticHostNameServer*>(&server())));
     ASSERT_TRUE(Net::initializeLibrary());
     EXPECT_TRUE(resolves());
 }

@@ -118,23 +118,4 @@ TEST_F(AsyncResolve, StoppingWithWorkQueuedTellsEveryClientOnce) {
     expectAllDrained();
 }
 
-TEST_F(AsyncResolve, CallbackMayStartAnotherResolutionFromItsNotification) {
-    set(HostNameServer::getCacheSuccessParamName(), "true");
-    ASSERT_TRUE(Net::initializeLibrary());
-    Heard inner;
-    struct Chaining : Recorder {
-        bool onGhbnResult(const char* name, const Hostent&, Hostent::GetHostByNameStatus, ACE_Time_Value) override {
-            // Runs under the resolver's cache lock, which is re-entrant.
-            return HostNameServer::getInstance().resolve(name, new Recorder(m_inner), ACE_Time_Value(2), true);
-        }
-        Heard& m_inner;
-        Chaining(Heard& outer, Heard& inner) : Recorder(outer), m_inner(inner) {}
-    };
-    Heard outer;
-    EXPECT_TRUE(server().resolve("10.5.2.1", new Chaining(outer, inner), ACE_Time_Value::max_time, true));
-    ASSERT_TRUE(inner.waitTold());
-    EXPECT_EQ(inner.results.load(), 1);
-    EXPECT_EQ(inner.status, Hostent::GHBN_SUCCESS);
-}
-
 }  // namespace

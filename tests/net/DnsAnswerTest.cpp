@@ -37,9 +37,6 @@ TEST_F(DnsAnswer, AnswerGivesItsAddressesInOrderWithTheLastRecordsTtlOrAFailure)
     nxdomain[0] = 0x12;  // id 4660
     nxdomain[1] = 0x34;
     const dns::Bytes goodA = dns::a(dns::pointer(12), "10.0.0.1", 60);
-    const auto badA = [&goodA](size_t length) {
-        return dns::response("a.test", {goodA, dns::record(dns::pointer(12), dns::TYPE_A, 60, dns::Bytes(length, 7))});
-    };
     const struct {
         const char* label;
         int aresStatus;
@@ -50,9 +47,9 @@ TEST_F(DnsAnswer, AnswerGivesItsAddressesInOrderWithTheLastRecordsTtlOrAFailure)
         const char* toldName;
         const char* logged;  // "" for none
     } rows[] = {
-        {"one A record", ARES_SUCCESS, answerA(), Hostent::GHBN_SUCCESS, {"10.0.0.1"}, ACE_Time_Value(60), "a.test",
+        {"one A", ARES_SUCCESS, answerA(), Hostent::GHBN_SUCCESS, {"10.0.0.1"}, ACE_Time_Value(60), "a.test",
          "HostNameServer::DNSARecordWork::aresCallback : strQuestion=a.test IN A"},
-        {"CNAME then two A records", ARES_SUCCESS, answerCnameAA(), Hostent::GHBN_SUCCESS, {"10.0.0.2", "10.0.0.3"},
+        {"CNAME, A, A: the last TTL", ARES_SUCCESS, answerCnameAA(), Hostent::GHBN_SUCCESS, {"10.0.0.2", "10.0.0.3"},
          ACE_Time_Value(45), "a.test",
          "HostNameServer::DNSARecordWork::aresCallback : strHostName=www.a.test, pCallback->m_strHostname=a.test"},
         {"last record not A", ARES_SUCCESS,
@@ -60,44 +57,25 @@ TEST_F(DnsAnswer, AnswerGivesItsAddressesInOrderWithTheLastRecordsTtlOrAFailure)
          Hostent::GHBN_SUCCESS, {"10.0.0.1"}, ACE_Time_Value(77), "a.test", ""},
         {"only a CNAME", ARES_SUCCESS, dns::response("a.test", {dns::cname(dns::pointer(12), "b.test", 30)}),
          Hostent::GHBN_SUCCESS, {}, ACE_Time_Value(30), "a.test", ""},
-        {"no record", ARES_SUCCESS, dns::response("a.test", {}), Hostent::GHBN_SUCCESS, {}, ACE_Time_Value::zero,
-         "a.test", ""},
-        {"TTL 0", ARES_SUCCESS, oneA("a.test", "10.0.0.5", 0), Hostent::GHBN_SUCCESS, {"10.0.0.5"},
-         ACE_Time_Value::zero, "a.test", ""},
-        {"largest TTL", ARES_SUCCESS, oneA("a.test", "10.0.0.6", 2147483), Hostent::GHBN_SUCCESS, {"10.0.0.6"},
-         ACE_Time_Value(2147483), "a.test", ""},
         // 2,147,484 s is 2,147,484,000 ms: past INT32_MAX, it wraps to -2,147,483,296 ms.
-        {"larger TTL wraps", ARES_SUCCESS, oneA("a.test", "10.0.0.7", 2147484), Hostent::GHBN_SUCCESS, {"10.0.0.7"},
+        {"TTL that wraps", ARES_SUCCESS, oneA("a.test", "10.0.0.7", 2147484), Hostent::GHBN_SUCCESS, {"10.0.0.7"},
          ACE_Time_Value(-2147483, -296000), "a.test", ""},
-        {"uncompressed owner", ARES_SUCCESS, dns::response("a.test", {dns::a(dns::name("a.test"), "10.0.0.8", 5)}),
-         Hostent::GHBN_SUCCESS, {"10.0.0.8"}, ACE_Time_Value(5), "a.test", ""},
-        {"question in other case", ARES_SUCCESS, oneA("A.Test", "10.0.0.9", 5), Hostent::GHBN_SUCCESS, {"10.0.0.9"},
-         ACE_Time_Value(5), "a.test",
-         "HostNameServer::DNSARecordWork::aresCallback : strHostName=A.Test, pCallback->m_strHostname=a.test"},
         {"no question", ARES_SUCCESS,
          dns::cat({dns::header(0, dns::RESPONSE_FLAGS, 0, 1), dns::a(dns::name("x.test"), "10.0.0.9", 5)}),
          Hostent::GHBN_SUCCESS, {"10.0.0.9"}, ACE_Time_Value(5), "a.test",
          "HostNameServer::DNSARecordWork::aresCallback : strHostName=, pCallback->m_strHostname=a.test"},
-        {"A record of 0 bytes", ARES_SUCCESS, badA(0), Hostent::GHBN_OTHER_ERROR, {"10.0.0.1"}, ACE_Time_Value::zero,
-         "???hostname???", "aresCallback : aptr == 0"},
-        {"A record of 5 bytes", ARES_SUCCESS, badA(5), Hostent::GHBN_OTHER_ERROR, {"10.0.0.1"}, ACE_Time_Value::zero,
-         "???hostname???", "aresCallback : aptr == 0"},
-        {"A record of 16 bytes", ARES_SUCCESS, badA(16), Hostent::GHBN_OTHER_ERROR, {"10.0.0.1"},
-         ACE_Time_Value::zero, "???hostname???", "aresCallback : aptr == 0"},
+        {"A record of 5 bytes", ARES_SUCCESS,
+         dns::response("a.test", {goodA, dns::record(dns::pointer(12), dns::TYPE_A, 60, dns::Bytes(5, 7))}),
+         Hostent::GHBN_OTHER_ERROR, {"10.0.0.1"}, ACE_Time_Value::zero, "???hostname???", "aresCallback : aptr == 0"},
         {"no data", ARES_ENODATA, answerA(), Hostent::GHBN_NO_ADDRESS, {}, ACE_Time_Value::zero, "a.test", ""},
         {"not found", ARES_ENOTFOUND, nxdomain, Hostent::GHBN_OTHER_ERROR, {}, ACE_Time_Value::zero, "a.test",
          "HostNameServer::DNSARecordWork::aresCallback : id=4660, opcode=QUERY, rcode=NXDOMAIN"},
-        {"server failure", ARES_ESERVFAIL, nxdomain, Hostent::GHBN_OTHER_ERROR, {}, ACE_Time_Value::zero, "a.test", ""},
-        {"refused", ARES_ECONNREFUSED, answerA(), Hostent::GHBN_OTHER_ERROR, {}, ACE_Time_Value::zero, "a.test", ""},
-        {"time-out with an answer", ARES_ETIMEOUT, answerA(), Hostent::GHBN_TIMEOUT, {}, ACE_Time_Value::zero,
-         "a.test", ""},
+        {"time-out with an answer", ARES_ETIMEOUT, answerA(), Hostent::GHBN_TIMEOUT, {}, {}, "a.test", ""},
         // Without a whole header the length check comes first, whatever the status.
         {"time-out without answer", ARES_ETIMEOUT, dns::Bytes(11, 0), Hostent::GHBN_OTHER_ERROR, {},
          ACE_Time_Value::zero, "a.test",
          "HostNameServer::DNSARecordWork::aresCallback : alen < HFIXEDSZ. Possible cause : c-ares failed to build the "
          "DNS query. alen=11, HFIXEDSZ=12"},
-        {"no data without answer", ARES_ENODATA, {}, Hostent::GHBN_OTHER_ERROR, {}, ACE_Time_Value::zero, "a.test", ""},
-        {"success without answer", ARES_SUCCESS, {}, Hostent::GHBN_OTHER_ERROR, {}, ACE_Time_Value::zero, "a.test", ""},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.label);
@@ -109,20 +87,13 @@ TEST_F(DnsAnswer, AnswerGivesItsAddressesInOrderWithTheLastRecordsTtlOrAFailure)
         EXPECT_EQ(heard.timeouts.load(), timedOut ? 1 : 0);
         EXPECT_EQ(heard.destroyed.load(), 1);
         EXPECT_EQ(heard.name, row.toldName);
-        if (!timedOut) {
-            EXPECT_EQ(heard.status, row.status);
-            EXPECT_EQ(heard.addresses, row.addresses);
-            EXPECT_EQ(heard.ttl, row.ttl);
-        }
-        if (row.status == Hostent::GHBN_SUCCESS) {
-            EXPECT_EQ(heard.recordName, "a.test");
-        }
-        if (*row.logged) {
-            EXPECT_EQ(log.count(row.logged), 1u);
-        }
-        if (*row.logged == '\0') {
-            EXPECT_FALSE(log.contains(Tarvik::DEBUG_LOG_LEVEL, "strHostName="));
-        }
+        EXPECT_EQ(heard.status, timedOut ? Hostent::GHBN_OTHER_ERROR : row.status);  // as the recorder began
+        EXPECT_EQ(heard.addresses, row.addresses);
+        EXPECT_EQ(heard.ttl, row.ttl);
+        EXPECT_EQ(heard.recordName, row.aresStatus == ARES_ETIMEOUT ? "" : "a.test");
+        EXPECT_EQ(log.count(row.logged), *row.logged ? 1u : 0u);
+        const bool renamed = std::string(row.logged).find("strHostName=") != std::string::npos;
+        EXPECT_EQ(log.contains(Tarvik::DEBUG_LOG_LEVEL, "strHostName="), renamed);
     }
     EXPECT_EQ(live(corvane_test::kDnsContainerAccount), 0);
 }
@@ -174,29 +145,21 @@ TEST_F(DnsAnswer, EveryTruncationOrCorruptionGivesExactlyOneFailure) {
         out.at(offset + 1) = second;
         return out;
     };
-    std::vector<std::pair<dns::Bytes, const char*>> rows = {
-        {with(6, 0, 4), "???hostname???"},          // one answer more than there are
-        {with(6, 0xff, 0xff), "???hostname???"},    // most answers
-        {with(4, 0xff, 0xff), "www.a.test"},        // most questions
-        {with(38, 0xff, 0xff), "???hostname???"},   // CNAME data longer than the answer
-        {with(28, 0xff, 0xff), "???hostname???"},   // owner pointer past the end
-        {with(28, 0xc0, 28), "???hostname???"},     // owner pointer to itself
-        {with(12, 0xff, 0xff), "www.a.test"},       // question name pointer past the end
-        {with(12, 0xc0, 12), "www.a.test"},         // question name pointer to itself
+    std::vector<dns::Bytes> rows = {
+        with(6, 0, 4),         // one answer more than there are
+        with(4, 0xff, 0xff),   // most questions
+        with(38, 0xff, 0xff),  // CNAME data longer than the answer
+        with(28, 0xc0, 28),    // owner pointer to itself
+        with(12, 0xc0, 12),    // question name pointer to itself
     };
-    for (size_t length = 0; length < good.size(); ++length) {
-        rows.push_back({dns::Bytes(good.begin(), good.begin() + static_cast<long>(length)), nullptr});
-    }
-    for (const auto& row : rows) {
-        SCOPED_TRACE(::testing::PrintToString(row.first));
+    for (size_t length = 0; length < good.size(); ++length) rows.emplace_back(good.begin(), good.begin() + length);
+    for (const dns::Bytes& answer : rows) {
+        SCOPED_TRACE(::testing::PrintToString(answer));
         Heard heard;
-        deliver(heard, "www.a.test", ARES_SUCCESS, row.first);
+        deliver(heard, "www.a.test", ARES_SUCCESS, answer);
         EXPECT_EQ(heard.results.load(), 1);
         EXPECT_EQ(heard.destroyed.load(), 1);
         EXPECT_EQ(heard.status, Hostent::GHBN_OTHER_ERROR);
-        if (row.second) {
-            EXPECT_EQ(heard.name, row.second);
-        }
     }
     // Fewer answers than there are: the rest is not read.
     Heard fewer;

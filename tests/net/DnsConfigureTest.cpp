@@ -74,32 +74,46 @@ TEST_F(DnsConfigure, ValuesThatNameNoUsableServerFailTheStart) {
     }
 }
 
-TEST_F(DnsConfigure, ServersAreAskedPrimaryFirst) {
-    DnsResponder first("127.53.60.20");
-    DnsResponder second("127.53.60.21");
+TEST_F(DnsConfigure, ServersAreAskedPrimaryFirstAndShortNamesInThePrimaryDomain) {
+    DnsResponder first("127.53.62.20");
+    DnsResponder second("127.53.62.21");
     first.answer("who.test", dns::response("who.test", {dns::a(dns::pointer(12), "10.60.20.1", 60)}));
+    first.answer("short.corvane.test",
+                 dns::response("short.corvane.test", {dns::a(dns::pointer(12), "10.60.25.1", 60)}));
     second.answer("who.test", dns::response("who.test", {dns::a(dns::pointer(12), "10.60.21.1", 60)}));
     startServer(first);
     startServer(second);
+    const char* const kDomainUnread = "HostNameServer::configureCAres : call to GetNetworkParams() failed\n";
     const struct {
         const char* value;
-        const char* logged;
-        const char* address;
+        const char* resolverConfig;  // "-": unreadable
+        const char* servers;         // as logged
+        const char* domain;          // as logged, "" for none
+        const char* who;             // what who.test resolves to
+        const char* shortName;       // what "short" resolves to
     } rows[] = {
-        {"127.53.60.20,127.53.60.21", "DNS server list, primary first : 127.53.60.20 127.53.60.21", "10.60.20.1"},
-        {"127.53.60.21,127.53.60.20", "DNS server list, primary first : 127.53.60.21 127.53.60.20", "10.60.21.1"},
-        {"use-host-dns-list", "DNS server list, primary first : 127.53.60.21 127.53.60.20", "10.60.21.1"},
+        {"127.53.62.20,127.53.62.21", "domain corvane.test\n", "127.53.62.20 127.53.62.21", "corvane.test", "10.60.20.1",
+         "10.60.25.1"},
+        {"127.53.62.21,127.53.62.20", "nameserver 10.0.0.1\n", "127.53.62.21 127.53.62.20", "", "10.60.21.1",
+         "GHBN_OTHER_ERROR"},
+        {"use-host-dns-list", "nameserver 127.53.62.21\nnameserver 127.53.62.20\n", "127.53.62.21 127.53.62.20", "",
+         "10.60.21.1", "GHBN_OTHER_ERROR"},
+        {"127.53.62.20", "-", "127.53.62.20", "", "10.60.20.1", "GHBN_OTHER_ERROR"},
     };
-    setResolverConfig("nameserver 127.53.60.21\nnameserver 127.53.60.20\ndomain corvane.test\n");
     for (const auto& row : rows) {
         SCOPED_TRACE(row.value);
+        setResolverConfig(row.resolverConfig);
         corvane_test::LogCapture log;
         startWith(row.value);
-        EXPECT_EQ(log.count(row.logged), 1u);
-        EXPECT_EQ(firstAddress("who.test"), row.address);
+        EXPECT_EQ(log.count(std::string("DNS server list, primary first : ") + row.servers), 1u);
+        EXPECT_EQ(log.contains(Tarvik::INFO_LOG_LEVEL, "Primary DNS domain name"), *row.domain != '\0');
+        EXPECT_EQ(log.count(std::string("Primary DNS domain name : ") + row.domain), *row.domain ? 1u : 0u);
+        EXPECT_EQ(log.count(kDomainUnread), *row.resolverConfig == '-' ? 1u : 0u);
+        EXPECT_EQ(firstAddress("who.test"), row.who);
+        EXPECT_EQ(firstAddress("short"), row.shortName);
         restart();
     }
-    EXPECT_EQ(first.queryCount("who.test"), 1);
+    EXPECT_EQ(first.queryCount("who.test"), 2);
     EXPECT_EQ(second.queryCount("who.test"), 2);
 
     // A host name entry is resolved once, through the operating system, at configuration.
@@ -108,35 +122,6 @@ TEST_F(DnsConfigure, ServersAreAskedPrimaryFirst) {
     startWith("localhost");
     EXPECT_EQ(hook.lookups(), 1);
     EXPECT_EQ(log.count("DNS server list, primary first : localhost"), 1u);
-}
-
-TEST_F(DnsConfigure, PrimaryDomainComesFromTheResolverConfiguration) {
-    DnsResponder responder("127.53.60.25");
-    // A name without a dot is searched in the primary domain first.
-    responder.answer("short.corvane.test",
-                     dns::response("short.corvane.test", {dns::a(dns::pointer(12), "10.60.25.1", 60)}));
-    startServer(responder);
-    const struct {
-        const char* content;  // "-": unreadable
-        const char* domainLogged;
-        size_t unreadable;  // the "GetNetworkParams" failures logged
-        const char* shortName;  // what "short" resolves to
-    } rows[] = {
-        {"domain corvane.test\n", "Primary DNS domain name : corvane.test", 0, "10.60.25.1"},
-        {"nameserver 10.0.0.1\n", "", 0, "GHBN_OTHER_ERROR"},
-        {"-", "", 1, "GHBN_OTHER_ERROR"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.content);
-        setResolverConfig(row.content);
-        corvane_test::LogCapture log;
-        startWith(responder.address());
-        EXPECT_EQ(log.contains(Tarvik::INFO_LOG_LEVEL, "Primary DNS domain name"), *row.domainLogged != '\0');
-        EXPECT_EQ(log.count(row.domainLogged), *row.domainLogged ? 1u : 0u);
-        EXPECT_EQ(log.count("HostNameServer::configureCAres : call to GetNetworkParams() failed\n"), row.unreadable);
-        EXPECT_EQ(firstAddress("short"), row.shortName);
-        restart();
-    }
 }
 
 TEST_F(DnsConfigure, HostDnsServersAreAppendedPrimaryFirst) {
@@ -164,7 +149,7 @@ TEST_F(DnsConfigure, HostDnsServersAreAppendedPrimaryFirst) {
 }
 
 TEST_F(DnsConfigure, ChannelAndDnsTaskAreTheResolversOwn) {
-    DnsResponder responder("127.53.60.26");
+    DnsResponder responder("127.53.62.26");
     startServer(responder);
     startWith(responder.address());
     {
@@ -201,7 +186,7 @@ TEST_F(DnsConfigure, ChannelAndDnsTaskAreTheResolversOwn) {
 }
 
 TEST_F(DnsConfigure, DestroyedResolverTakesItsChannelAwayFromTheDnsTask) {
-    set(kServersParam, "127.53.60.40");
+    set(kServersParam, "127.53.62.40");
     {
         HostNameServer resolver;
         ASSERT_TRUE(resolver.configure(Tarvik::GlobalConfig::getInstance().getConfig()));

@@ -28,7 +28,7 @@ protected:
 };
 
 TEST_F(DnsResolve, RecordsAliasesLiteralsAndUnknownNamesThroughDnsmasq) {
-    corvane_test::Dnsmasq dnsmasq("127.53.60.1");
+    corvane_test::Dnsmasq dnsmasq("127.53.62.1");
     dnsmasq.hostRecord("one.test", {"10.60.0.1"}, 42)
         .hostRecord("multi.test", {"10.60.1.1", "10.60.1.2", "10.60.1.3"}, 30)
         .hostRecord("zero.test", {"10.60.2.2"}, 0)
@@ -74,7 +74,7 @@ TEST_F(DnsResolve, RecordsAliasesLiteralsAndUnknownNamesThroughDnsmasq) {
 }
 
 TEST_F(DnsResolve, QueriesThatTimeOutFailOrAreCutShortByACloseAnswerEveryCallerOnce) {
-    DnsResponder responder("127.53.60.5");
+    DnsResponder responder("127.53.62.5");
     responder.answerLate("late.test", dns::response("late.test", {dns::a(dns::pointer(12), "10.60.5.1", 60)}), 300ms);
     startServer(responder);
     responder.setDefault({});  // nobody else is ever answered

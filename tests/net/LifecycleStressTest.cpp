@@ -92,7 +92,7 @@ protected:
 TEST_F(LifecycleStress, OperatingSystemMode) { run({"localhost", "127.0.0.1", "10.0.0.1:5060"}); }
 
 TEST_F(LifecycleStress, DnsMode) {
-    corvane_test::Dnsmasq dnsmasq("127.53.71.1");
+    corvane_test::Dnsmasq dnsmasq("127.53.73.1");
     dnsmasq.hostRecord("one.test", {"10.71.0.1"}).hostRecord("two.test", {"10.71.0.2", "10.71.0.3"});
     startServer(dnsmasq);
     set(kServersParam, dnsmasq.address());

@@ -34,8 +34,8 @@ protected:
         corvane_test::LibraryTest::TearDown();
         HostNameServer::setClockForTest(nullptr);
     }
-    static void store(const char* name, Hostent::GetHostByNameStatus status, ACE_Time_Value ttl = ACE_Time_Value::zero,
-                      const char* address = "10.0.0.1") {
+    static void store(const char* name, Hostent::GetHostByNameStatus status,
+                      ACE_Time_Value ttl = ACE_Time_Value::zero, const char* address = "10.0.0.1") {
         const Hostent h = status == Hostent::GHBN_SUCCESS ? record(address) : Hostent();
         HostNameServerPeer::updateCache(server(), name, h, status, ttl);
     }

@@ -14,7 +14,8 @@ namespace dns = corvane_test::dns;
 
 namespace {
 
-void deliver(Heard& out_heard, const std::string& name, int status, const dns::Bytes& answer, bool useCache = false) {
+void deliver(Heard& out_heard, const std::string& name, int status, const dns::Bytes& answer,
+             bool useCache = false) {
     HostNameServerPeer::dnsAnswer(HostNameServer::getInstance(), name, new corvane_test::Recorder(out_heard),
                                   useCache, status, answer);
 }
@@ -74,8 +75,8 @@ TEST_F(DnsAnswer, AnswerGivesItsAddressesInOrderWithTheLastRecordsTtlOrAFailure)
         // Without a whole header the length check comes first, whatever the status.
         {"time-out without answer", ARES_ETIMEOUT, dns::Bytes(11, 0), Hostent::GHBN_OTHER_ERROR, {},
          ACE_Time_Value::zero, "a.test",
-         "HostNameServer::DNSARecordWork::aresCallback : alen < HFIXEDSZ. Possible cause : c-ares failed to build the "
-         "DNS query. alen=11, HFIXEDSZ=12"},
+         "HostNameServer::DNSARecordWork::aresCallback : alen < HFIXEDSZ. Possible cause : c-ares failed to build "
+         "the DNS query. alen=11, HFIXEDSZ=12"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.label);

@@ -71,7 +71,8 @@ TEST(ResolverConfig, ReadsServersInFileOrderAndThePrimaryDomain) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.label);
         TempFile file(row.content);
-        PathOverride path(row.error == ENOENT ? TempFile::uniquePath() : row.error ? testing::TempDir() : file.path());
+        const std::string unreadable = row.error == ENOENT ? TempFile::uniquePath() : testing::TempDir();
+        PathOverride path(row.error == 0 ? file.path() : unreadable);
         ResolverConfig config;
         config.dnsServers = {"stale"};
         config.domain = "stale";

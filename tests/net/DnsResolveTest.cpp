@@ -59,7 +59,7 @@ TEST_F(DnsResolve, RecordsAliasesLiteralsAndUnknownNamesThroughDnsmasq) {
     Hostent h;  // shared by the rows
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        corvane_test::LogCapture log;
+        corvane_test::LogCapture log(Tarvik::TRACE_LOG_LEVEL);
         Hostent::GetHostByNameStatus status;
         EXPECT_EQ(resolve(row.name, h, status), row.status == Hostent::GHBN_SUCCESS);
         EXPECT_EQ(status, row.status);
@@ -70,6 +70,7 @@ TEST_F(DnsResolve, RecordsAliasesLiteralsAndUnknownNamesThroughDnsmasq) {
             EXPECT_STREQ(h.getHostent().h_name, row.name);
         }
         EXPECT_EQ(log.count(row.logged), *row.logged ? 1u : 0u);
+        EXPECT_EQ(log.count("ENTER HostNameServer::getDNSARecords"), 1u);
         EXPECT_EQ(log.contains(Tarvik::DEBUG_LOG_LEVEL, "DNSARecordWork::doWork"), row.name[0] != '1');
     }
 }

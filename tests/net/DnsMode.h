@@ -34,8 +34,11 @@ protected:
         Tarvik::Net::setResolverConfigPathForTest("");
         Tarvik::HostNameServer::setClockForTest(nullptr);
     }
-    // Replaces what the resolver configuration file says (a primary domain by default).
+    // Replaces what the resolver configuration file says (a primary domain by
+    // default); "-" makes it unreadable.
     void setResolverConfig(const std::string& in_strContent) {
+        const std::string path = in_strContent == "-" ? TempFile::uniquePath() : m_resolverConfig.path();
+        Tarvik::Net::setResolverConfigPathForTest(path);
         std::ofstream(m_resolverConfig.path(), std::ios::binary | std::ios::trunc) << in_strContent;
     }
     const std::string& resolverConfigPath() const { return m_resolverConfig.path(); }

@@ -1,20 +1,23 @@
+// The library's front door, its parameters, and resolution through the
+// operating system's resolver, waiting with a time-out or with a callback.
 #include <netdb.h>
 
-#include <atomic>
 #include <thread>
 #include <vector>
 
-#include <ace/Guard_T.h>
-
-#include "net/HostNameServer.h"
-#include "net/Net.h"
 #include "net/StaticHostNameServer.h"
+#include "platform/ParameterInfoDB.h"
 #include "support/AssertCapture.h"
+#include "support/BoundedWait.h"
 #include "support/HostLookupHook.h"
 #include "support/HostNameServerPeer.h"
 #include "support/LibraryFixture.h"
 #include "support/LogCapture.h"
 
+using namespace std::chrono_literals;
+using corvane_test::addressesOf;
+using corvane_test::Heard;
+using corvane_test::Recorder;
 using Tarvik::Hostent;
 using Tarvik::HostNameServer;
 namespace Net = Tarvik::Net;
@@ -25,232 +28,259 @@ const ACE_Time_Value kTwoSeconds(2, 0);
 
 class Resolver : public corvane_test::LibraryTest {};
 
-std::string firstAddress(const Hostent& h) {
-    std::string out;
-    h.getAddress(0, out);
-    return out;
-}
-
-}  // namespace
-
-TEST_F(Resolver, ResolvesLiteralsAndLocalhostAfterInitialization) {
-    ASSERT_TRUE(Net::initializeLibrary());
-    EXPECT_EQ(server().getTaskState(), Tarvik::Task::RUNNING);
+TEST(LibraryParameters, AreRegisteredInOrderWithTypeDefaultAndDescription) {
     const struct {
         const char* name;
-        const char* address;
-    } cases[] = {{"127.0.0.1", "127.0.0.1"}, {"10.0.0.1:5060", "10.0.0.1"}, {"localhost", "127.0.0.1"}};
-    for (const auto& c : cases) {
-        Hostent h;
-        Hostent::GetHostByNameStatus status = Hostent::GHBN_OTHER_ERROR;
-        EXPECT_TRUE(server().resolve(c.name, h, status, kTwoSeconds, false)) << c.name;
-        EXPECT_EQ(status, Hostent::GHBN_SUCCESS);
-        EXPECT_EQ(firstAddress(h), c.address);
+        int type;
+        const char* defaultValue;  // "" for none
+        const char* description;   // its beginning
+    } rows[] = {
+        {"corvane.net.HostNameServer.cacheFlushTimeoutMs", Tarvik::PARAM_TYPE_INTEGER, "",
+         "The interval in milliseconds at which the host name resolution cache forgets past resolution requests"},
+        {"corvane.net.HostNameServer.cacheFailures", Tarvik::PARAM_TYPE_BOOLEAN, "",
+         "When set to true, host name resolution failures are remembered in the cache"},
+        {"corvane.net.HostNameServer.cacheSuccess", Tarvik::PARAM_TYPE_BOOLEAN, "",
+         "When set to true, host name resolution that succeed are remembered in the cache"},
+        {"corvane.net.HostNameServer.numThread", Tarvik::PARAM_TYPE_INTEGER, "3",
+         "The number of threads used to implement host name resolution. Sets a limit"},
+        {"corvane.net.HostNameServer.DNSServerIPAddrList", Tarvik::PARAM_TYPE_TEXT, "",
+         "A comma separated list of DNS server IP addresses. When this parameter is set, DNS A record queries"},
+        {"corvane.net.primaryIPAddress", Tarvik::PARAM_TYPE_TEXT, "",
+         "Specifies which IP address on a multi-homed server should be considered the primary one."},
+    };
+    std::vector<Tarvik::ParameterInfo> ours;
+    for (const Tarvik::ParameterInfo& info : Tarvik::ParameterInfoDB::getInstance().list()) {
+        if (info.name.rfind("corvane.net.", 0) == 0) ours.push_back(info);
     }
-}
-
-TEST_F(Resolver, ResolutionBeforeInitializationIsRefusedWithoutTouchingOutputs) {
-    corvane_test::LogCapture log;
-    Hostent h;
-    Hostent::GetHostByNameStatus status = Hostent::GHBN_NO_DATA;
-    EXPECT_FALSE(server().resolve("127.0.0.1", h, status, kTwoSeconds, false));
-    EXPECT_EQ(status, Hostent::GHBN_NO_DATA);
-    EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL,
-                             "StaticHostNameServer is not in the RUNNING state. Did you initialize the Net library?"));
-}
-
-TEST_F(Resolver, ZeroThreadsFailInitializationBeforeTheTaskStarts) {
-    set("corvane.net.HostNameServer.numThread", "0");
-    corvane_test::LogCapture log;
-    EXPECT_FALSE(Net::initializeLibrary());
-    EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, "corvane.net.HostNameServer.numThread must be >= 1"));
-    EXPECT_NE(server().getTaskState(), Tarvik::Task::RUNNING);
-    EXPECT_FALSE(log.contains(Tarvik::DEBUG_LOG_LEVEL, "Succesfully initialized Net library"));
-}
-
-TEST_F(Resolver, FlushPeriodBelowOneIsRefusedAndTheDefaultKept) {
-    set("corvane.net.HostNameServer.cacheFlushTimeoutMs", "0");
-    corvane_test::LogCapture log;
-    ASSERT_TRUE(Net::initializeLibrary());
-    EXPECT_TRUE(log.contains(Tarvik::WARN_LOG_LEVEL,
-                             "corvane.net.HostNameServer.cacheFlushTimeoutMs parameter must have a value > 0. Ignoring"));
-    EXPECT_TRUE(log.contains(Tarvik::DEBUG_LOG_LEVEL, "Succesfully initialized Net library"));
-}
-
-TEST_F(Resolver, ForcedCloseReturnsTheResultOfTheWait) {
-    ASSERT_TRUE(Net::initializeLibrary());
-    ASSERT_TRUE(Net::initializeLibrary());  // a second client
-    EXPECT_FALSE(Net::forcedCloseLibrary()) << "another client still holds the resolver: nothing to wait for";
-    EXPECT_EQ(server().getTaskState(), Tarvik::Task::RUNNING);
-    EXPECT_TRUE(Net::forcedCloseLibrary());
-    EXPECT_EQ(server().getTaskState(), Tarvik::Task::STOPPED_STATE);
-}
-
-TEST_F(Resolver, CloseThenRestartServesAgain) {
-    for (int round = 0; round < 3; ++round) {
-        ASSERT_TRUE(Net::initializeLibrary()) << round;
-        Hostent h;
-        Hostent::GetHostByNameStatus status;
-        EXPECT_TRUE(server().resolve("10.1.1.1", h, status, kTwoSeconds, false));
-        EXPECT_TRUE(Net::closeLibrary());
-        EXPECT_TRUE(server().waitUntilDone());
-        EXPECT_FALSE(server().resolve("10.1.1.1", h, status, kTwoSeconds, false));
+    ASSERT_EQ(ours.size(), std::size(rows));
+    for (size_t i = 0; i < ours.size(); ++i) {
+        EXPECT_EQ(ours[i].name, rows[i].name);
+        EXPECT_EQ(ours[i].type, rows[i].type) << rows[i].name;
+        EXPECT_EQ(ours[i].hasDefault ? ours[i].defaultValue : "", rows[i].defaultValue) << rows[i].name;
+        EXPECT_EQ(ours[i].description.rfind(rows[i].description, 0), 0u) << ours[i].description;
     }
+    EXPECT_STREQ(HostNameServer::getCacheSuccessParamName(), rows[2].name);
+    EXPECT_STREQ(HostNameServer::getCacheFailuresParamName(), rows[1].name);
+    EXPECT_STREQ(HostNameServer::getCacheFlushTimeoutMsParamName(), rows[0].name);
 }
 
-TEST_F(Resolver, TimeOutReturnsWhileTheLookupFinishesInTheBackground) {
-    set("corvane.net.HostNameServer.cacheSuccess", "true");
-    ASSERT_TRUE(Net::initializeLibrary());
-    corvane_test::HostLookupHook hook;
-    hook.setDelay(std::chrono::milliseconds(300));
-    Hostent h = Hostent();
-    Hostent::GetHostByNameStatus status = Hostent::GHBN_SUCCESS;
-    EXPECT_FALSE(server().resolve("10.2.3.4", h, status, ACE_Time_Value(0, 20000), true));
-    EXPECT_EQ(status, Hostent::GHBN_TIMEOUT);
-    EXPECT_FALSE(h.isValid()) << "a timed-out call leaves the output as it was";
-    ASSERT_TRUE(hook.waitFinished(1));
-    // The lookup is over; the work stores its result just after. Wait for it
-    // without asking the resolver again.
-    bool bCached = false;
-    for (int i = 0; i < 5000 && !bCached; ++i) {
-        Hostent probe;
-        bool usable = false;
-        bCached = Tarvik::HostNameServerPeer::getHostentInCache(server(), "10.2.3.4", probe, status, usable);
-        if (!bCached) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    ASSERT_TRUE(bCached);
-
-    // The background resolution reached the cache: the next call is answered from it.
-    EXPECT_TRUE(server().resolve("10.2.3.4", h, status, kTwoSeconds, true));
-    EXPECT_EQ(status, Hostent::GHBN_SUCCESS);
-    EXPECT_EQ(firstAddress(h), "10.2.3.4");
-    EXPECT_EQ(hook.lookups(), 1);
-}
-
-TEST_F(Resolver, ZeroTimeOutIsATimeOutUnlessTheResultIsThere) {
-    ASSERT_TRUE(Net::initializeLibrary());
-    corvane_test::HostLookupHook hook;
-    hook.setDelay(std::chrono::milliseconds(50));
-    Hostent h;
-    Hostent::GetHostByNameStatus status;
-    EXPECT_FALSE(server().resolve("10.2.3.5", h, status, ACE_Time_Value::zero, false));
-    EXPECT_EQ(status, Hostent::GHBN_TIMEOUT);
-}
-
-TEST_F(Resolver, FailedLookupsGiveTheirStatus) {
-    ASSERT_TRUE(Net::initializeLibrary());
-    corvane_test::HostLookupHook hook;
-    const struct {
-        int hErrno;
-        Hostent::GetHostByNameStatus status;
-    } cases[] = {{HOST_NOT_FOUND, Hostent::GHBN_HOST_NOT_FOUND},
-                 {TRY_AGAIN, Hostent::GHBN_TRY_AGAIN},
-                 {NO_RECOVERY, Hostent::GHBN_NO_RECOVERY},
-                 {NO_DATA, Hostent::GHBN_NO_DATA},
-                 {12345, Hostent::GHBN_OTHER_ERROR}};
-    for (const auto& c : cases) {
-        hook.setFailure(c.hErrno);
-        Hostent h;
-        Hostent::GetHostByNameStatus status = Hostent::GHBN_SUCCESS;
-        EXPECT_FALSE(server().resolve("name.test", h, status, kTwoSeconds, false));
-        EXPECT_EQ(status, c.status) << c.hErrno;
-    }
-}
-
-TEST_F(Resolver, SynchronousCallLogsItsNameAndTimeOut) {
-    ASSERT_TRUE(Net::initializeLibrary());
-    corvane_test::LogCapture log;
-    Hostent h;
-    Hostent::GetHostByNameStatus status;
-    server().resolve("10.0.0.7", h, status, ACE_Time_Value(1, 500000), false);
-    EXPECT_EQ(log.count("HostNameServer::getHostByName : HostNameServer::getHostByName hostname=10.0.0.7 timeout=1500ms"), 1u);
-    EXPECT_TRUE(log.contains(Tarvik::DEBUG_LOG_LEVEL, "GetHostByNameWork::doWork : hostname = 10.0.0.7"));
-    EXPECT_TRUE(log.contains(Tarvik::DEBUG_LOG_LEVEL, "GetHostByNameWork::doWork : Hostent = HOSTNAME : 10.0.0.7"));
-}
-
-TEST_F(Resolver, ManyCallersOnManyThreadsGetTheirOwnAnswers) {
-    set("corvane.net.HostNameServer.numThread", "3");
-    ASSERT_TRUE(Net::initializeLibrary());
-    corvane_test::HostLookupHook hook;
-    hook.setDelayFunction([] { return std::chrono::microseconds(std::rand() % 300); });
-    std::atomic<int> wrong{0};
-    std::vector<std::thread> callers;
-    for (int t = 0; t < 8; ++t) {
-        callers.emplace_back([t, &wrong] {
-            for (int i = 0; i < 40; ++i) {
-                const std::string name = "10.7." + std::to_string(t) + "." + std::to_string(i);
-                Hostent h;
-                Hostent::GetHostByNameStatus status;
-                const bool ok = HostNameServer::getInstance().resolve(name.c_str(), h, status, ACE_Time_Value(10), i % 2 == 0);
-                std::string address;
-                if (!ok || !h.getAddress(0, address) || address != name) ++wrong;
-            }
-        });
-    }
-    for (auto& caller : callers) caller.join();
-    EXPECT_EQ(wrong.load(), 0);
-    EXPECT_TRUE(Net::forcedCloseLibrary());
-    EXPECT_TRUE(drained("HostNameServer::GetHostByNameWork"));
-    EXPECT_TRUE(drained("HostNameServer::DNSARecordWork:: FutureCallback"));
-    EXPECT_EQ(live("Hostent"), 0);
-}
-
-TEST_F(Resolver, CloseWithResolutionsInFlightLeavesNothingBehind) {
-    set("corvane.net.HostNameServer.numThread", "1");
-    ASSERT_TRUE(Net::initializeLibrary());
-    corvane_test::HostLookupHook hook;
-    hook.setDelay(std::chrono::milliseconds(100));
-    std::vector<std::thread> callers;
-    for (int t = 0; t < 4; ++t) {
-        callers.emplace_back([t] {
-            Hostent h;
-            Hostent::GetHostByNameStatus status;
-            HostNameServer::getInstance().resolve(("10.8.0." + std::to_string(t)).c_str(), h, status,
-                                                  ACE_Time_Value::max_time, false);
-        });
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));
-    EXPECT_TRUE(Net::forcedCloseLibrary());
-    for (auto& caller : callers) caller.join();  // queued works were dropped: their waiters were woken
-    EXPECT_TRUE(drained("HostNameServer::GetHostByNameWork"));
-    EXPECT_TRUE(drained("HostNameServer::DNSARecordWork:: FutureCallback"));
-}
-
-TEST(HostNameServerInstance, ConfigurationRules) {
+TEST_F(Resolver, StartChecksItsParameters) {
     const struct {
         const char* name;
         const char* value;
-        bool ok;
-    } cases[] = {
-        {"corvane.net.HostNameServer.numThread", "0", false},
-        {"corvane.net.HostNameServer.numThread", "-3", false},
-        {"corvane.net.HostNameServer.numThread", "2", true},
-        {"corvane.net.HostNameServer.cacheFlushTimeoutMs", "-1", true},
-        {"corvane.net.HostNameServer.cacheFlushTimeoutMs", "1", true},
+        bool started;
+        const char* logged;  // at ERROR when the start fails, else at WARN ("" for none)
+    } rows[] = {
+        {"corvane.net.HostNameServer.numThread", "0", false, "corvane.net.HostNameServer.numThread must be >= 1"},
+        {"corvane.net.HostNameServer.numThread", "-3", false, "corvane.net.HostNameServer.numThread must be >= 1"},
+        {"corvane.net.HostNameServer.numThread", "2", true, ""},
+        {"corvane.net.HostNameServer.cacheFlushTimeoutMs", "0", true,
+         "corvane.net.HostNameServer.cacheFlushTimeoutMs parameter must have a value > 0. Ignoring"},
+        {"corvane.net.HostNameServer.cacheFlushTimeoutMs", "1", true, ""},
     };
-    for (const auto& c : cases) {
-        std::string error;
-        ASSERT_TRUE(Tarvik::GlobalConfig::getInstance().setValue(c.name, c.value, error)) << error;
-        HostNameServer server;
-        EXPECT_EQ(server.configure(Tarvik::GlobalConfig::getInstance().getConfig()), c.ok) << c.name << "=" << c.value;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string(row.name) + "=" + row.value);
+        set(row.name, row.value);
+        corvane_test::LogCapture log;
+        EXPECT_EQ(Net::initializeLibrary(), row.started);
+        EXPECT_EQ(server().getTaskState() == Tarvik::Task::RUNNING, row.started);
+        EXPECT_EQ(log.count("Succesfully initialized Net library"), row.started ? 1u : 0u);
+        const int level = row.started ? Tarvik::WARN_LOG_LEVEL : Tarvik::ERROR_LOG_LEVEL;
+        EXPECT_EQ(log.contains(level, row.logged), *row.logged != '\0');
+        EXPECT_EQ(log.contains(level, "must"), *row.logged != '\0');
+        Net::forcedCloseLibrary();
         Tarvik::GlobalConfig::getInstance().clear();
     }
     corvane_test::AssertCapture asserts;
-    HostNameServer server;
-    EXPECT_FALSE(server.configure(Tarvik::TSHandle<Tarvik::ROConfiguration>()));
+    HostNameServer unconfigured;
+    EXPECT_FALSE(unconfigured.configure(Tarvik::TSHandle<Tarvik::ROConfiguration>()));
     EXPECT_TRUE(asserts.contains("! in_hConfig.isNull()"));
-    EXPECT_STREQ(HostNameServer::getCacheSuccessParamName(), "corvane.net.HostNameServer.cacheSuccess");
-    EXPECT_STREQ(HostNameServer::getCacheFailuresParamName(), "corvane.net.HostNameServer.cacheFailures");
-    EXPECT_STREQ(HostNameServer::getCacheFlushTimeoutMsParamName(), "corvane.net.HostNameServer.cacheFlushTimeoutMs");
 }
 
-TEST(HostNameServerInstance, TheProcessWideResolverIsOneObjectOnEveryThread) {
-    HostNameServer* first = &HostNameServer::getInstance();
-    std::vector<HostNameServer*> seen(8);
-    std::vector<std::thread> threads;
-    for (size_t i = 0; i < seen.size(); ++i) threads.emplace_back([&seen, i] { seen[i] = &HostNameServer::getInstance(); });
-    for (auto& t : threads) t.join();
-    for (HostNameServer* p : seen) EXPECT_EQ(p, first);
-    EXPECT_NE(dynamic_cast<Tarvik::StaticHostNameServer*>(first), nullptr);
-    EXPECT_EQ(Tarvik::MemAccount::get("StaticHostNameServer").getLiveObjects(), 1);
+TEST_F(Resolver, StoppedResolverRefusesWithoutTouchingOutputsAndForcedCloseSaysIfItWaited) {
+    for (int round = 0; round < 2; ++round) {  // before the first start, then after a close
+        corvane_test::LogCapture log;
+        Hostent h;
+        Hostent::GetHostByNameStatus status = Hostent::GHBN_NO_DATA;
+        EXPECT_FALSE(server().resolve("127.0.0.1", h, status, kTwoSeconds, false));
+        EXPECT_EQ(status, Hostent::GHBN_NO_DATA);
+        EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, "StaticHostNameServer is not in the RUNNING state. "
+                                                          "Did you initialize the Net library?"));
+        ASSERT_TRUE(Net::initializeLibrary());
+        ASSERT_TRUE(Net::initializeLibrary());  // a second client
+        EXPECT_TRUE(server().resolve("127.0.0.1", h, status, kTwoSeconds, false));
+        EXPECT_FALSE(Net::forcedCloseLibrary()) << "another client still holds the resolver: nothing to wait for";
+        EXPECT_EQ(server().getTaskState(), Tarvik::Task::RUNNING);
+        EXPECT_TRUE(Net::closeLibrary());
+        EXPECT_TRUE(server().waitUntilDone());
+    }
 }
+
+TEST_F(Resolver, NamesResolveOrFailWithTheirStatus) {
+    ASSERT_TRUE(Net::initializeLibrary());
+    corvane_test::HostLookupHook hook;
+    const struct {
+        const char* name;
+        int hErrno;  // the operating system's failure, 0 for none
+        Hostent::GetHostByNameStatus status;
+        const char* address;  // "" when it fails
+    } rows[] = {
+        {"127.0.0.1", 0, Hostent::GHBN_SUCCESS, "127.0.0.1"},
+        {"10.0.0.1:5060", 0, Hostent::GHBN_SUCCESS, "10.0.0.1"},
+        {"localhost", 0, Hostent::GHBN_SUCCESS, "127.0.0.1"},
+        {"name.test", HOST_NOT_FOUND, Hostent::GHBN_HOST_NOT_FOUND, ""},
+        {"name.test", TRY_AGAIN, Hostent::GHBN_TRY_AGAIN, ""},
+        {"name.test", NO_RECOVERY, Hostent::GHBN_NO_RECOVERY, ""},
+        {"name.test", NO_DATA, Hostent::GHBN_NO_DATA, ""},
+        {"name.test", 12345, Hostent::GHBN_OTHER_ERROR, ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name + std::string(" ") + std::to_string(row.hErrno));
+        hook.setFailure(row.hErrno);
+        Hostent h;
+        Hostent::GetHostByNameStatus status = Hostent::GHBN_TIMEOUT;
+        EXPECT_EQ(server().resolve(row.name, h, status, kTwoSeconds, false), *row.address != '\0');
+        EXPECT_EQ(status, row.status);
+        EXPECT_EQ(addressesOf(h), *row.address ? std::vector<std::string>{row.address} : std::vector<std::string>{});
+    }
+}
+
+TEST_F(Resolver, CallIsLoggedAndATimeOutLeavesTheOutputAsItWasWhileTheLateResultIsCached) {
+    set(HostNameServer::getCacheSuccessParamName(), "true");
+    set(HostNameServer::getCacheFlushTimeoutMsParamName(), "10000");  // an earlier start may have left less
+    ASSERT_TRUE(Net::initializeLibrary());
+    corvane_test::HostLookupHook hook;
+    Hostent h;
+    Hostent::GetHostByNameStatus status = Hostent::GHBN_SUCCESS;
+    corvane_test::LogCapture log;
+    ASSERT_TRUE(server().resolve("10.2.3.1", h, status, ACE_Time_Value(1, 500000), false));
+    const char* const kCallLogged =
+        "HostNameServer::getHostByName : HostNameServer::getHostByName hostname=10.2.3.1 timeout=1500ms";
+    EXPECT_EQ(log.count(kCallLogged), 1u);
+    EXPECT_TRUE(log.contains(Tarvik::DEBUG_LOG_LEVEL, "GetHostByNameWork::doWork : hostname = 10.2.3.1"));
+    EXPECT_TRUE(log.contains(Tarvik::DEBUG_LOG_LEVEL, "GetHostByNameWork::doWork : Hostent = HOSTNAME : 10.2.3.1"));
+    hook.setDelay(300ms);
+    for (const ACE_Time_Value& timeout : {ACE_Time_Value::zero, ACE_Time_Value(0, 20000)}) {
+        EXPECT_FALSE(server().resolve("10.2.3.4", h, status, timeout, true));
+        EXPECT_EQ(status, Hostent::GHBN_TIMEOUT);
+        EXPECT_EQ(addressesOf(h), std::vector<std::string>{"10.2.3.1"});
+    }
+    // The lookups go on in the background; once over, the next call is answered from the cache.
+    ASSERT_TRUE(corvane_test::waitFor([&] {
+        Hostent probe;
+        bool usable = false;
+        return Tarvik::HostNameServerPeer::getHostentInCache(server(), "10.2.3.4", probe, status, usable);
+    }));
+    EXPECT_TRUE(server().resolve("10.2.3.4", h, status, kTwoSeconds, true));
+    EXPECT_EQ(addressesOf(h), std::vector<std::string>{"10.2.3.4"});
+    EXPECT_EQ(hook.lookups(), 3);
+}
+
+// Resolution with a callback: every client is told exactly once, of a result
+// or of its time-out, and its callback is destroyed after that.
+class AsyncResolve : public corvane_test::LibraryTest {
+protected:
+    void expectAllDrained() {
+        for (const char* account : {"AsynchGHBNCallbackContainer", "AsynchGHBNTimeoutProcessor",
+                                    "GetHostByNameCallbackProxy", "HostNameServer::GetHostByNameWork", "Hostent"}) {
+            EXPECT_TRUE(drained(account)) << account << " " << live(account);
+        }
+    }
+};
+
+TEST_F(AsyncResolve, ClientIsToldOnceOfTheResultOrOfItsTimeOut) {
+    set(HostNameServer::getCacheSuccessParamName(), "true");
+    set(HostNameServer::getCacheFlushTimeoutMsParamName(), "10000");  // an earlier start may have left less
+    ASSERT_TRUE(Net::initializeLibrary());
+    corvane_test::HostLookupHook hook;
+    const struct {
+        const char* name;
+        ACE_Time_Value timeout;
+        int delayMs;  // of the lookup
+        int results;  // else a time-out
+        const char* logged;
+    } rows[] = {
+        {"10.5.0.1", ACE_Time_Value::max_time, 0, 1, "HostNameServer::getHostByName : hostname=10.5.0.1 timeout="},
+        {"10.5.0.2", ACE_Time_Value(0, 250000), 0, 1,
+         "HostNameServer::getHostByName : hostname=10.5.0.2 timeout=250ms"},
+        {"10.5.0.3", ACE_Time_Value::zero, 200, 0, "HostNameServer::getHostByName : hostname=10.5.0.3 timeout=0ms"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        hook.setDelay(std::chrono::milliseconds(row.delayMs));
+        corvane_test::LogCapture log(Tarvik::TRACE_LOG_LEVEL);
+        Heard heard;
+        EXPECT_TRUE(server().resolve(row.name, new Recorder(heard), row.timeout, true));
+        ASSERT_TRUE(heard.waitTold());
+        EXPECT_EQ(log.count("ENTER HostNameServer::getHostByName"), 1u);
+        EXPECT_TRUE(log.contains(Tarvik::DEBUG_LOG_LEVEL, row.logged));
+        // A result reaches the client before the timer fires; the timer still frees what is left.
+        expectAllDrained();
+        EXPECT_EQ(heard.results.load(), row.results);
+        EXPECT_EQ(heard.timeouts.load(), 1 - row.results);
+        EXPECT_EQ(heard.destroyed.load(), 1);
+        EXPECT_EQ(heard.name, row.name);
+        if (row.results == 1) {
+            EXPECT_EQ(heard.status, Hostent::GHBN_SUCCESS);
+        }
+        if (row.results == 1) {
+            EXPECT_EQ(heard.ttl, ACE_Time_Value::zero);
+        }
+    }
+    // The late result of the time-out reached the cache: a hit is told on the caller's thread, before the return.
+    Heard again;
+    EXPECT_TRUE(server().resolve("10.5.0.3", new Recorder(again), ACE_Time_Value(1), true));
+    EXPECT_EQ(again.results.load(), 1);
+    EXPECT_EQ(again.thread, std::this_thread::get_id());
+    EXPECT_EQ(again.destroyed.load(), 1);
+    EXPECT_EQ(hook.lookups(), 3);
+}
+
+TEST_F(AsyncResolve, RefusedRequestIsStillToldOnce) {
+    ASSERT_TRUE(Net::initializeLibrary());
+    corvane_test::AssertCapture asserts;
+    EXPECT_FALSE(server().resolve("10.5.0.4", static_cast<HostNameServer::GetHostByNameCallback*>(nullptr),
+                                  ACE_Time_Value(1), false));
+    EXPECT_TRUE(asserts.contains("in_pNewCallback != 0"));
+
+    // A resolver that was never started refuses the work and the timer.
+    HostNameServer stopped;
+    for (const ACE_Time_Value& timeout : {ACE_Time_Value::max_time, ACE_Time_Value(5)}) {
+        Heard heard;
+        EXPECT_FALSE(stopped.getHostByName("10.5.0.5", new Recorder(heard), timeout, false));
+        EXPECT_EQ(heard.results.load(), timeout == ACE_Time_Value::max_time ? 1 : 0);
+        EXPECT_EQ(heard.told(), 1);
+        EXPECT_EQ(heard.destroyed.load(), 1);
+    }
+    expectAllDrained();
+}
+
+TEST_F(AsyncResolve, StoppingWithWorkQueuedTellsEveryClientOnce) {
+    set("corvane.net.HostNameServer.numThread", "1");
+    ASSERT_TRUE(Net::initializeLibrary());
+    corvane_test::HostLookupHook hook;
+    hook.setBlocking(true);
+    std::vector<Heard> heard(8);
+    for (size_t i = 0; i < heard.size(); ++i) {
+        // With a timer the client hears of its time-out, without one of a failure.
+        const ACE_Time_Value timeout = i % 2 ? ACE_Time_Value(30) : ACE_Time_Value::max_time;
+        server().resolve(("10.5.1." + std::to_string(i)).c_str(), new Recorder(heard[i]), timeout, false);
+    }
+    std::thread releaser([&hook] {
+        std::this_thread::sleep_for(50ms);
+        hook.release();
+    });
+    EXPECT_TRUE(Net::forcedCloseLibrary());
+    releaser.join();
+    for (size_t i = 0; i < heard.size(); ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_EQ(heard[i].told(), 1);
+        EXPECT_EQ(heard[i].destroyed.load(), 1);
+        if (i > 0) {  // the first ran; the others were dropped
+            EXPECT_EQ(heard[i].timeouts.load(), static_cast<int>(i % 2));
+        }
+    }
+    expectAllDrained();
+}
+
+}  // namespace

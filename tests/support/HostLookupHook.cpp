@@ -25,11 +25,6 @@ HostLookupHook::~HostLookupHook() {
     }
 }
 
-void HostLookupHook::setDelayFunction(std::function<std::chrono::microseconds()> in_fn) {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    m_delayFn = std::move(in_fn);
-}
-
 void HostLookupHook::setBlocking(bool in_bBlocking) {
     std::lock_guard<std::mutex> guard(m_mutex);
     m_bBlocking = in_bBlocking;
@@ -43,29 +38,14 @@ void HostLookupHook::release() {
     m_cond.notify_all();
 }
 
-bool HostLookupHook::waitFinished(int in_iCount) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (m_iFinished.load() < in_iCount) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
-
 int HostLookupHook::lookUp(const char* name, hostent* result, char* buffer, size_t length, hostent** out,
                            int* herrno) {
     ++m_iLookups;
-    std::function<std::chrono::microseconds()> delayFn;
     {
         std::unique_lock<std::mutex> lock(m_mutex);
         m_cond.wait_for(lock, std::chrono::seconds(10), [this] { return !m_bBlocking; });
-        delayFn = m_delayFn;
     }
-    if (delayFn) {
-        std::this_thread::sleep_for(delayFn());
-    } else if (m_delayMs.load() > 0) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(m_delayMs.load()));
-    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(m_delayMs.load()));
     int rc = 0;
     *out = nullptr;
     in_addr address{};

@@ -6,7 +6,6 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <functional>
 #include <mutex>
 #include <string>
 
@@ -23,8 +22,6 @@ public:
 
     // Every lookup sleeps this long first.
     void setDelay(std::chrono::milliseconds in_delay) { m_delayMs = in_delay.count(); }
-    // Per-lookup delay chosen by a function (e.g. random), overriding setDelay.
-    void setDelayFunction(std::function<std::chrono::microseconds()> in_fn);
     // Every lookup fails with this h_errno (0: answer normally).
     void setFailure(int in_iHErrno) { m_iFailure = in_iHErrno; }
     // Lookups that block until release() is called (bounded: 10 s).
@@ -32,9 +29,6 @@ public:
     void release();
 
     int lookups() const { return m_iLookups.load(); }
-    int finished() const { return m_iFinished.load(); }
-    // Waits (up to 10 s) until at least n lookups have finished.
-    bool waitFinished(int in_iCount);
 
 private:
     int lookUp(const char* name, hostent* result, char* buffer, size_t length, hostent** out, int* herrno);
@@ -46,7 +40,6 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_cond;
     bool m_bBlocking = false;
-    std::function<std::chrono::microseconds()> m_delayFn;
 };
 
 }  // namespace corvane_test

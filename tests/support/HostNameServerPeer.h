@@ -28,7 +28,6 @@ public:
         ACE_Guard<ACE_Recursive_Thread_Mutex> guard(s.getCacheLock());
         return s.m_cache.size();
     }
-    static ACE_Time_Value defaultTtl(const HostNameServer& s) { return s.m_cacheFlushTimeout; }
 
     // The DNS answer callback fed bytes and a c-ares status as for a query of
     // name; cb (owned from here on) hears the outcome.

@@ -1,11 +1,13 @@
 // Sets parameters for one test and closes the library and forgets the
-// parameters afterwards.
+// parameters afterwards; a callback that records what a resolution told it.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "net/HostNameServer.h"
 #include "net/Net.h"
@@ -31,6 +33,57 @@ protected:
         for (int i = 0; i < 5000 && live(account) != 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
         return live(account) == 0;
     }
+};
+
+// The addresses of a record, in its order.
+inline std::vector<std::string> addressesOf(const Tarvik::Hostent& in_hostent) {
+    std::vector<std::string> out(in_hostent.getNumAddress());
+    for (size_t i = 0; i < out.size(); ++i) in_hostent.getAddress(i, out[i]);
+    return out;
+}
+
+// What one resolution's callback heard. The texts are written before the count
+// that tells of them, so a reader that saw the count may read them.
+struct Heard {
+    std::atomic<int> results{0};
+    std::atomic<int> timeouts{0};
+    std::atomic<int> destroyed{0};
+    std::string name;
+    Tarvik::Hostent::GetHostByNameStatus status = Tarvik::Hostent::GHBN_OTHER_ERROR;
+    std::vector<std::string> addresses;
+    std::string recordName;
+    ACE_Time_Value ttl;
+    std::thread::id thread;
+    int told() const { return results + timeouts; }
+    bool waitTold() const {
+        for (int i = 0; i < 10000 && told() == 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        return told() != 0;
+    }
+};
+
+class Recorder : public Tarvik::HostNameServer::GetHostByNameCallback {
+public:
+    explicit Recorder(Heard& io_heard) : m_heard(io_heard) {}
+    ~Recorder() override { ++m_heard.destroyed; }
+    bool onGhbnTimeout(const char* in_szName) override {
+        m_heard.name = in_szName;
+        ++m_heard.timeouts;
+        return true;
+    }
+    bool onGhbnResult(const char* in_szName, const Tarvik::Hostent& in_hostent,
+                      Tarvik::Hostent::GetHostByNameStatus in_status, ACE_Time_Value in_ttl) override {
+        m_heard.name = in_szName;
+        m_heard.status = in_status;
+        m_heard.addresses = addressesOf(in_hostent);
+        m_heard.recordName = in_hostent.getHostent().h_name ? in_hostent.getHostent().h_name : "";
+        m_heard.ttl = in_ttl;
+        m_heard.thread = std::this_thread::get_id();
+        ++m_heard.results;
+        return true;
+    }
+
+private:
+    Heard& m_heard;
 };
 
 }  // namespace corvane_test

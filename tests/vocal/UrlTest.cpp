@@ -1,0 +1,330 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/LogCapture.h"
+#include "vocal/ImpBaseUrl.h"
+#include "vocal/SipTelSubscriberUser.h"
+#include "vocal/SipUrl.h"
+#include "vocal/SipUser.h"
+#include "vocal/TelUrl.h"
+#include "vocal/UnknownUrl.h"
+#include "vocal/VException.h"
+
+using corvane_test::LogCapture;
+using Vocal::BaseUrl;
+using Vocal::CountedPtr;
+using Vocal::SipUrl;
+using Vocal::TextBuffer;
+
+namespace {
+
+CountedPtr<BaseUrl> url(const std::string& in_text) { return BaseUrl::decode(TextBuffer(in_text)); }
+
+const std::string kNoColon = "parse failed: could not find ':' separating URL type from body";
+
+TEST(UrlDecode, ChoosesTheClassByTheSchemeAndKeepsAnyOtherTextAsUnknown) {
+    const struct {
+        const char* input;
+        Vocal::UrlType type;
+        std::vector<std::string> debug;  // besides "completed decoding ..."
+    } rows[] = {
+        {"sIp:hostA", Vocal::SIP_URL, {}},
+        {"Tel:123", Vocal::TEL_URL, {"completed decoding in the TelUrl"}},
+        {"im:a@b", Vocal::IM_URL, {"completed decoding in the ImpBaseUrl"}},
+        {"PRES:a@b", Vocal::PRES_URL, {"completed decoding in the ImpBaseUrl"}},
+        {"sips:a@h", Vocal::UNKNOWN_URL, {"parse failed: scheme not SIP or TEL: sips:a@h"}},
+        {"si:alice", Vocal::UNKNOWN_URL, {"parse failed: scheme not SIP or TEL: si:alice"}},
+        {" sip:a@b", Vocal::UNKNOWN_URL, {"parse failed: scheme not SIP or TEL:  sip:a@b"}},
+        {"alice", Vocal::UNKNOWN_URL, {kNoColon, "bad data in BaseUrl::decode: <alice>"}},
+        {"", Vocal::UNKNOWN_URL, {kNoColon, "bad data in BaseUrl::decode: <>"}},
+    };
+    const char* const names[] = {"SIP_URL", "TEL_URL", "IM_URL", "PRES_URL", "UNKNOWN_URL"};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.input);
+        LogCapture capture;
+        const TextBuffer text(row.input);
+        const CountedPtr<BaseUrl> decoded = BaseUrl::decode(text);
+        EXPECT_EQ(decoded->getType(), row.type);
+        EXPECT_STREQ(Vocal::getUrlTypeName(decoded->getType()), names[row.type]);
+        EXPECT_EQ(text.str(), row.input);
+        EXPECT_EQ(capture.messages("corvane.media.vocal"), row.debug);
+        EXPECT_TRUE(row.type != Vocal::UNKNOWN_URL || decoded->encode().str() == row.input);
+    }
+    EXPECT_STREQ(Vocal::getUrlTypeName(static_cast<Vocal::UrlType>(5)), "");
+}
+
+TEST(UrlDecode, RejectedTextThrowsTheParsersExceptionAfterLoggingWhy) {
+    const struct {
+        char parser;  // 'S'ip, 'T'el, 'I'm, 'P'res
+        const char* input;
+        std::vector<std::string> lines;  // starts of the messages before the two "Exception at" lines
+    } rows[] = {
+        {'S', "sip:alice@hostA:50a0", {"Failed in Decode (SIP_URL): sip:alice@hostA:50a0"}},
+        {'S', "sip:a@h:+5060", {"Failed in Decode (SIP_URL): sip:a@h:+5060"}},
+        {'S', "sip:a@h:5060:5070", {"Failed in Decode (SIP_URL): sip:a@h:5060:5070"}},
+        {'S', "sip:a@[2001:db8::1", {"Failed in Decode (SIP_URL): sip:a@[2001:db8::1"}},
+        {'S', "sip:;transport=tcp", {"Failed in Decode (SIP_URL): sip:;transport=tcp"}},
+        {'S', "alice@hostA", {kNoColon + ": alice@hostA", "Failed in Decode (SIP_URL): alice@hostA"}},
+        {'S', "sips:a@h", {"parse failed: scheme not SIP: sips:a@h", "Failed in Decode (SIP_URL): sips:a@h"}},
+        {'T', "tel:", {"Failed in Decode (TEL_URL)"}},
+        {'T', "5551234", {kNoColon, "Failed in Decode (TEL_URL)"}},
+        {'T', "tels:1", {"parse failed: scheme not TEL", "Failed in Decode (TEL_URL)"}},
+        {'I', "im:alice", {"Failed to parse (im) URL", "Failed in Decode (im) URL"}},
+        {'I', "im:a@h;x=1", {"Failed to parse (im) URL", "Failed in Decode (im) URL"}},
+        {'P', "PRES:alice", {"Failed to parse (PRES) URL", "Failed in Decode (PRES) URL"}},
+        {'I', "alice@hostA", {kNoColon, "Failed in Decode (im) URL"}},
+        {'I', "pres:a@h", {"parse failed: scheme not im", "Failed in Decode (im) URL"}},
+        {'P', "im:a@h", {"parse failed: scheme not pres", "Failed in Decode (pres) URL"}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.input);
+        const std::string cls = row.parser == 'S' ? "SipUrl" : row.parser == 'T' ? "TelUrl" : "ImpBaseUrl";
+        const std::string inner = row.parser == 'S'   ? " Failed in Decode (SIP_URL)"
+                                  : row.parser == 'T' ? " Failed in Decode (TEL_URL)"
+                                                      : " Failed in Decode URL";
+        LogCapture capture;
+        try {
+            const TextBuffer text(row.input);
+            switch (row.parser) {
+                case 'S': SipUrl{text}; break;
+                case 'T': Vocal::TelUrl{text}; break;
+                case 'I': Vocal::ImUrl{text}; break;
+                case 'P': Vocal::PresUrl{text}; break;
+            }
+            ADD_FAILURE() << "no exception";
+        } catch (const VException& e) {
+            EXPECT_EQ(e.getName(), cls + "ParserException");
+            EXPECT_EQ(e.getDescription(), "failed in Decode");
+            EXPECT_EQ(e.getFileName(), cls + ".cpp");
+            EXPECT_EQ(e.getError(), 0u);
+        }
+        const auto records = capture.records();
+        ASSERT_EQ(records.size(), row.lines.size() + 2);
+        for (size_t i = 0; i < row.lines.size(); ++i) EXPECT_EQ(records[i].message.rfind(row.lines[i], 0), 0u);
+        EXPECT_EQ(records[row.lines.size() - 1].level, 40000);
+        const std::string& thrown = records[row.lines.size()].message;
+        const std::string& rethrown = records[row.lines.size() + 1].message;
+        EXPECT_EQ(thrown.rfind("Exception at " + cls + ".cpp:", 0), 0u) << thrown;
+        EXPECT_EQ(thrown.substr(thrown.find(' ', 13)), inner) << thrown;
+        EXPECT_EQ(rethrown.rfind("Exception at " + cls + ".cpp:", 0), 0u) << rethrown;
+        EXPECT_EQ(rethrown.substr(rethrown.find(' ', 13)), " failed in Decode") << rethrown;
+    }
+    // BaseUrl::decode hands the chosen class's exception on.
+    EXPECT_THROW(url("SIP:a@[::1"), Vocal::SipUrlParserException);
+    EXPECT_THROW(url("TEL:"), Vocal::TelUrlParserException);
+    EXPECT_THROW(url("pres:someone"), Vocal::ImpBaseUrlParserException);
+}
+
+TEST(SipUrl, DecodesFieldsAndEncodesInItsFixedOrder) {
+    const struct {
+        std::string input;
+        const char* encode;  // the address is the part before the first ";"
+        bool lr;
+    } rows[] = {
+        {"sip:alice@hostA:5060;lr;transport=tcp", "sip:alice@hostA:5060;lr;transport=tcp", false},  // one name
+        {"sip:a@h;ttl=1;lr;x", "sip:a@h;ttl=1", false},
+        // Headers and everything after the first "?" are dropped; so is an empty port.
+        {"sip:alice@hostA:;maddr=x?y;lr", "sip:alice@hostA;maddr=x", false},
+        // Only the last unknown parameter survives; a later known one replaces the earlier.
+        {"sip:a@h;foo=1;bar=2;transport=tcp;transport=udp", "sip:a@h;transport=udp;bar=2", false},
+        {"sip:bob@b.example:5070;method=INVITE;maddr=239.1.1.1;ttl=15;user=ip;transport=udp;lr",
+         "sip:bob@b.example:5070;transport=udp;ttl=15;maddr=239.1.1.1;user=ip;method=INVITE;lr", true},
+        {"sip:a@h; transport =tls;Ttl= 1 ", "sip:a@h;transport=tls;Ttl= 1 ", false},  // names are trimmed
+        {"SIP:Alice:pw@HOSTA:0", "SIP:Alice:pw@HOSTA", false},
+        {"sip:@hostA", "sip:hostA", false},
+        {"sip:alice@", "sip:alice@", false},
+        {"sip:", "sip:", false},
+        // IPv6 references keep their brackets; text around them is dropped.
+        {"sip:alice@foo[2001:db8::1]:5070", "sip:alice@[2001:db8::1]:5070", false},
+        {"sip:[::1]junk:5062;lr", "sip:[::1]:5062;lr", true},
+        // Parameters after "user=phone" belong to the number and are written last.
+        {"sip:5551234;isub=12@h;user=phone", "sip:5551234@h;user=phone;isub=12", false},
+        {"sip:555@h;isub=12;user=Phone", "sip:555@h;user=Phone;isub=12", false},
+        {"sip:+1555@gw:5061;user=phone;tsp=a;lr", "sip:+1555@gw:5061;user=phone;lr;tsp=a", true},
+        {"sip:+1-5@gw;user=phone;postd=pp;phone-context=ex;zz=9", "sip:+1-5@gw;user=phone;postd=pp;phone-context=ex;zz=9",
+         false},
+        {std::string("sip:a@h;transport\0x=tcp;lr\0y", 28), "sip:a@h;transport=tcp;lr", true},  // names end at a NUL
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.input);
+        const CountedPtr<BaseUrl> decoded = url(row.input);
+        ASSERT_EQ(decoded->getType(), Vocal::SIP_URL);
+        EXPECT_EQ(decoded->encode().str(), row.encode);
+        EXPECT_EQ(decoded->toString(), row.encode);
+        EXPECT_EQ(decoded->encodeAddress().str(), std::string(row.encode).substr(0, std::string(row.encode).find(';')));
+        EXPECT_EQ(decoded->isLooseRouting(), row.lr);
+    }
+    Vocal::setUrlParserRethrow(false);  // switched off, the partly decoded URL is kept
+    EXPECT_EQ(url("sip:a@hostA:50a0;lr")->encode().str(), "sip:hostA:50a0");
+    Vocal::setUrlParserRethrow(true);
+}
+
+// A class of some other code that reports a known URL type.
+struct Impostor : Vocal::UnknownUrl {
+    explicit Impostor(Vocal::UrlType in_type) : Vocal::UnknownUrl(TextBuffer("x:y")), type(in_type) {}
+    Vocal::UrlType getType() const override { return type; }
+    Vocal::UrlType type;
+};
+
+TEST(Urls, EqualityAndOrderFollowEachTypesRule) {
+    const struct {
+        const char* a;
+        const char* b;
+        int equal, aLess, bLess;  // a == b, a < b, b < a; -1: not checked
+    } rows[] = {
+        // SIP: scheme, host, ttl, user parameter, other value ignore case; absent port 5060 and transport udp.
+        {"SIP:Alice@HOSTA;ttl=a;x=ABC", "sip:Alice@hostA:5060;ttl=A;x=abc;transport=udp", 1, 0, 1},
+        {"sip:h;user=IP", "sip:h;user=ip", 1, -1, -1}, {"sip:alice@h", "sip:Alice@h", 0, 0, 1},
+        {"sip:a@h", "sip:b@h", 0, 1, 0},
+        {"sip:h", "sip:a@h", 0, 1, 0},  // no user comes first
+        {"sip:a@h", "sip:a@h:05060", 0, 1, 0},
+        {"sip:a@h;transport=tcp", "sip:a@h;transport=TCP", 0, 0, 0},  // transport, host and lr take no part in order
+        {"sip:a@h;maddr=H", "sip:a@h;maddr=h", 0, 1, 0},
+        {"sip:a@h;method=INVITE", "sip:a@h;method=invite", 0, 1, 0},
+        {"sip:a@hostA;x=1;lr", "sip:a@hostB;y=1", 0, 0, 0},
+        {"sip:b@h;ttl=1", "sip:a@h;ttl=2", 0, 0, 1},  // the user before ttl
+        {"sip:a@h;ttl=2;maddr=a", "sip:a@h;ttl=1;maddr=b", 0, 0, 1},
+        {"sip:h;user=b;method=a", "sip:h;user=a;method=b", 0, 0, 1}, {"sip:h:2;x=a", "sip:h:1;x=b", 0, 1, 0},
+        {"sip:\xe9@h", "sip:z@h", 0, 0, 1},  // unsigned bytes
+        {"sip:1;isub=9@h;user=phone", "sip:2;isub=1@h;user=phone", 0, 1, 1},
+        {"sip:1@h;user=phone", "sip:1@h", 0, -1, -1}, {"sip:a@h", "tel:a", 0, 0, 0},
+        // TEL: the scheme ignores case in equality, not in order; then the users.
+        {"tel:123", "TEL:123", 1, 0, 1}, {"tel:123", "tel:124", 0, 1, 0},
+        {"tel:+123", "tel:123", 0, 0, 0}, {"TEL:2", "tel:1", 0, 1, 1},
+        // IM and PRES: equal ignoring case with the same type; ordered by the user text alone.
+        {"IM:Alice@HostA", "im:alice@hosta", 1, 1, 0}, {"im:alice@hostA", "pres:alice@hostA", 0, 0, 0},
+        {"im:a@hostA", "im:a@hostB", 0, 0, 0}, {"im:a@z", "im:b@a", 0, 1, 0},
+        // Others: equal only to the same text of their own type; ordered against any URL's address.
+        {"foo:bar", "foo:bar", 1, 0, 0}, {"foo:bar", "foo:baz", 0, 1, 0},
+        {"x:sip:h", "sip:h", 0, 0, -1}, {"foo:bar", "sip:a@h;lr", -1, 1, -1},
+        {"+0", "tel:1", -1, 1, -1}, {"x", "tel:1", -1, 0, -1},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string(row.a) + " , " + row.b);
+        const CountedPtr<BaseUrl> a = url(row.a);
+        const CountedPtr<BaseUrl> b = url(row.b);
+        if (row.equal >= 0) {
+            EXPECT_EQ(a->areEqual(b), row.equal == 1);
+            EXPECT_EQ(b->areEqual(a.get()), row.equal == 1);
+        }
+        EXPECT_TRUE(row.aLess < 0 || a->isLessThan(b) == (row.aLess == 1));
+        EXPECT_TRUE(row.bLess < 0 || b->isLessThan(a) == (row.bLess == 1));
+    }
+    // A TEL URL without a user equals any TEL URL and comes before one with a user.
+    const Vocal::TelUrl noUser;
+    EXPECT_TRUE(noUser.areEqual(url("tel:999").get()));
+    EXPECT_TRUE(url("tel:999")->areEqual(&noUser));
+    EXPECT_TRUE(noUser.isLessThan(url("tel:1")));
+    EXPECT_FALSE(url("tel:1")->isLessThan(noUser.duplicate()));
+    for (const char* text : {"tel:1", "sip:a@h", "im:a@h", "foo:bar"}) {
+        EXPECT_FALSE(url(text)->areEqual(static_cast<const BaseUrl*>(nullptr))) << text;
+        EXPECT_FALSE(url(text)->areEqual(CountedPtr<BaseUrl>())) << text;
+        EXPECT_FALSE(url(text)->isLessThan(CountedPtr<BaseUrl>())) << text;
+        const Impostor impostor(url(text)->getType());
+        EXPECT_FALSE(url(text)->areEqual(&impostor)) << text;
+        EXPECT_TRUE(url(text)->areEqual(url(text)->duplicate())) << text;
+    }
+}
+
+TEST(Urls, EqualityLogsTheFieldsOfBothSidesWhenDebugIsOn) {
+    const struct {
+        const char* a;
+        const char* b;
+        std::vector<std::string> lines;
+    } rows[] = {
+        {"sip:a@h;ttl=1", "sip:h;ttl=1;user=x",
+         {"Url operator ==  function", "this.user= a", "this.passwd= ", "other.passwd= ", "this.host= h",
+          "other.host= h", "this.ttlParam= 1", "other.ttlParam= 1", "this.maddrParam= ", "other.maddrParam= ",
+          "this.userParam=  ", "other.userParam= x", "this.methodParam= ", "other.methodParam= ",
+          "this.otherParam= ", "other.otherParam= ", "this.headers = ", "other.headers = ",
+          "sipUrl comparison: , returning: false"}},
+        {"tel:1", "TEL:2",
+         {"Url operator ==  function", "this.user= 1", "other.user= 2", "this.schemeName = ", "other.schemeName= ",
+          "TelUrl comparison: , returning: false"}},
+        {"im:a@h", "IM:b@h",
+         {"Url operator ==  function", "this.schemeName= im", "other.schemeName= IM", "this.user= a",
+          "other.user= b", "this.host= h", "other.host= h", "ImpBaseUrl comparison: , returning: false"}},
+    };
+    for (const auto& row : rows) {
+        const CountedPtr<BaseUrl> a = url(row.a);
+        const CountedPtr<BaseUrl> b = url(row.b);
+        LogCapture capture;
+        EXPECT_FALSE(a->areEqual(b));
+        EXPECT_EQ(capture.messages("corvane.media.vocal"), row.lines);
+    }
+}
+
+TEST(Urls, SettersAndCopiesOwnTheirUserObjects) {
+    SipUrl sip{TextBuffer("sip:alice@hostA;lr")};
+    CountedPtr<Vocal::BaseUser> bob(new Vocal::SipUser(TextBuffer("bob")));
+    sip.setUser(bob);
+    bob->decode("carol");
+    sip.getUser()->decode("dave");
+    const CountedPtr<BaseUrl> copy = sip.duplicate();
+    sip.setUser(CountedPtr<Vocal::BaseUser>());
+    EXPECT_EQ(sip.encode().str() + " " + copy->encode().str(), "sip:hostA;lr sip:bob@hostA;lr");
+    // The user parameter chooses the class of a new user; an existing user decodes any text.
+    for (const auto& c : {std::pair<const char*, int>{"ip", 0}, {"phone", 1}, {"foo", -1}}) {
+        SipUrl bare{TextBuffer("sip:hostA")};
+        EXPECT_EQ(bare.setUserValue("+123;isub=4", c.first), c.second >= 0) << c.first;
+        EXPECT_EQ(bare.getUser().isNull() ? -1 : bare.getUser()->getUserType(), c.second) << c.first;
+    }
+    EXPECT_TRUE(copy->setUserValue("bob", "foo"));
+    EXPECT_EQ(copy->encode().str(), "sip:bob@hostA;user=foo;lr");
+    SipUrl v6;
+    v6.setHost("::1");
+    v6.setIpv6Host(true);
+    v6.setPort("0");
+    EXPECT_EQ(v6.encode().str(), "sip:[::1]");
+
+    // TEL keeps only telephone users, and copies of them.
+    Vocal::TelUrl tel{TextBuffer("TeL:123")};
+    tel.setUser(CountedPtr<Vocal::BaseUser>(new Vocal::SipUser(TextBuffer("alice"))));
+    EXPECT_EQ(tel.encode().str(), "TeL:123");
+    CountedPtr<Vocal::BaseUser> given(new Vocal::SipTelSubscriberUser(TextBuffer("+456")));
+    tel.setUser(given);
+    given->decode("+999");
+    Vocal::TelUrl assigned;
+    EXPECT_TRUE(assigned.getUser().isNull());
+    assigned = tel;
+    tel.setUserValue("+1", "");
+    EXPECT_EQ(assigned.encode().str() + " " + assigned.encodeAddress().str(), "TeL:+456 +456");
+
+    // IM and PRES keep the user text only; unknown URLs keep their text.
+    Vocal::PresUrl pres{TextBuffer("pres:a@h@i")};
+    EXPECT_TRUE(pres.setUserValue("bob", "phone"));
+    pres.setUser(CountedPtr<Vocal::BaseUser>(new Vocal::SipUser(TextBuffer("carol"))));
+    EXPECT_EQ(pres.duplicate()->encode().str() + " " + pres.getHost().str(), "pres:bob@h@i h@i");
+    EXPECT_EQ(url("im:@h")->encode().str() + " " + url("pres:a@")->encodeAddress().str(), "im:h pres:a@");
+    const CountedPtr<BaseUrl> unknown = url("foo:bar");
+    EXPECT_TRUE(unknown->setUserValue("alice", ""));
+    unknown->setUser(CountedPtr<Vocal::BaseUser>(new Vocal::SipUser(TextBuffer("x"))));
+    EXPECT_EQ(unknown->encodeAddress().str() + "|" + unknown->getUserValue().str(), "foo:bar|");
+    EXPECT_EQ(unknown->getUser()->getUserType() * 10 + pres.getUser().isNull(), 21);
+}
+
+// Separate URLs on separate threads share only the logger and constant tables.
+TEST(Urls, SeparateUrlsDecodeOnSeveralThreadsAtOnce) {
+    LogCapture capture;  // every line is formatted
+    std::vector<std::thread> threads;
+    std::vector<int> failures(4, 0);
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&failures, t] {
+            for (int round = 0; round < 200; ++round) {
+                for (const char* text : {"sip:a@h:1;lr", "tel:+1;isub=2", "im:a@b", "sips:x", "sip:a@h:x"}) {
+                    try {
+                        if (!url(text)->areEqual(url(text)->duplicate())) ++failures[t];
+                    } catch (const VException&) {
+                    }
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(failures, std::vector<int>(4, 0));
+}
+
+}  // namespace

@@ -475,32 +475,6 @@ TEST(BlockingOp, NullOrRefusedWorkFailsAndStopWakesAWaiterWhoseWorkWasDropped) {
     EXPECT_EQ(out, -1);
 }
 
-TEST(BlockingOp, ManyWaitersWithMixedDeadlinesEachGetTheirOwnOutcome) {
-    TestTask task(2);
-    ASSERT_TRUE(task.startAndWaitRunning());
-    std::atomic<int> wrong{0}, results{0};
-    std::vector<std::thread> callers;
-    for (int t = 0; t < 4; ++t) {
-        callers.emplace_back([&, t] {
-            for (int i = 0; i < 40; ++i) {
-                int out = -1;
-                const auto pause = [i] { std::this_thread::sleep_for(std::chrono::milliseconds(i % 3)); };
-                const int code = task.doWork<int>(new ScriptedWork(ScriptedWork::DELIVER_VALID, t * 1000 + i, pause),
-                                                  out, ms(i % 2 ? 1 : 2000));
-                if (code == Op::DOWORK_RESULT) {
-                    ++results;
-                    wrong += out != t * 1000 + i;
-                } else {
-                    wrong += code != Op::DOWORK_TIMEOUT || out != -1;
-                }
-            }
-        });
-    }
-    for (std::thread& c : callers) c.join();
-    EXPECT_EQ(wrong, 0);
-    EXPECT_GE(results, 80);  // every caller with no real deadline got its result
-}
-
 class CountingSharedTask : public SharedTaskImpl {
 public:
     explicit CountingSharedTask(bool in_bStopOnLastUser) : SharedTaskImpl(in_bStopOnLastUser) {}

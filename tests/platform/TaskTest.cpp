@@ -63,6 +63,7 @@ public:
     bool startAndWaitRunning() {
         return start() && waitFor([this] { return getTaskState() == Task::RUNNING; });
     }
+    using AddTimeoutToBlockingOpTask::waitForEndOfRun;
     long after(Job* in_pJob, long in_lMs, long in_lIntervalMs = 0) {
         ACE_Time_Value delay, interval;
         delay.msec(in_lMs);
@@ -161,6 +162,7 @@ TEST(Task, StopDropsQueuedRequestsAndPendingTimersAndLaterOnesAreDestroyedAtOnce
         Gate gate;
         {
             TestTask task(1);
+            EXPECT_TRUE(task.waitForEndOfRun(5s));  // nothing to wait for
             EXPECT_FALSE(task.enqueue(new Job(refused), "never started"));
             EXPECT_EQ(task.after(new Job(refused), 0), -1);
             ASSERT_TRUE(task.startAndWaitRunning());
@@ -181,8 +183,12 @@ TEST(Task, StopDropsQueuedRequestsAndPendingTimersAndLaterOnesAreDestroyedAtOnce
                 EXPECT_FALSE(task.enqueue(new Job(refused), "stopping"));
                 EXPECT_FALSE(task.enqueue(nullptr, "null"));
                 EXPECT_EQ(task.after(nullptr, 0), -1);
+                corvane_test::LogCapture capture;
+                EXPECT_FALSE(task.waitForEndOfRun(20ms));
+                EXPECT_TRUE(capture.contains(ERROR_LOG_LEVEL, "StaticReactorTaskImpl::waitForEndOfRun : test.Task : "
+                                                              "the threads of the previous run have not ended after 20 ms"));
                 gate.open();
-                ASSERT_TRUE(task.waitUntilDone());
+                ASSERT_TRUE(task.waitForEndOfRun(5s));
                 EXPECT_FALSE(task.enqueue(new Job(refused), "stopped"));
                 EXPECT_EQ(task.after(new Job(refused), 0), -1);
                 EXPECT_EQ(refused.destroyed, 5);

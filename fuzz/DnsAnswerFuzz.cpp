@@ -28,8 +28,9 @@ struct Checker : Tarvik::HostNameServer::GetHostByNameCallback {
     }
     bool onGhbnResult(const char* in_szHostname, const Hostent& in_hostent, Hostent::GetHostByNameStatus in_status,
                       ACE_Time_Value) override {
+        const bool bPlaceholder = std::strcmp(in_szHostname, "???hostname???") == 0;
         const bool bNameOk = std::strcmp(in_szHostname, "fuzz.test") == 0 ||
-                             (in_status == Hostent::GHBN_OTHER_ERROR && std::strcmp(in_szHostname, "???hostname???") == 0);
+                             (in_status == Hostent::GHBN_OTHER_ERROR && bPlaceholder);
         bool bAddressesOk = in_hostent.getNumAddress() == 0 || in_status == Hostent::GHBN_SUCCESS ||
                             in_status == Hostent::GHBN_OTHER_ERROR;
         std::string address;

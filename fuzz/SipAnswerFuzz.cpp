@@ -50,7 +50,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!answer.records || !keepsPromises(*answer.records, false)) __builtin_trap();
     for (const SipDns::AdditionalSet& set : answer.additional) {
         if (!set.records || !plainName(set.name) || !keepsPromises(*set.records, true)) __builtin_trap();
-        if (set.type != SipDns::kTypeA && set.type != SipDns::kTypeAaaa && set.type != SipDns::kTypeSrv) __builtin_trap();
+        if (set.type != SipDns::kTypeA && set.type != SipDns::kTypeAaaa && set.type != SipDns::kTypeSrv) {
+            __builtin_trap();
+        }
     }
     return 0;
 }

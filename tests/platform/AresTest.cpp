@@ -357,8 +357,9 @@ TEST(AresDisplayQuestion, FailsOnCorruptedNamesAndPositionsAndNamesTypesAndClass
         uint16_t type, dnsClass;
         const char* text;
     } named[] = {
-        {"a.test", 5, 1, "a.test IN CNAME"}, {"a.test", 12, 4, "a.test HS PTR"}, {"a.test", 35, 254, "a.test NONE NAPTR"},
-        {"a.test", 255, 255, "a.test ANY ANY"}, {"a.test", 16, 3, "a.test CH TXT"}, {"a.test", 99, 1, "a.test IN TYPE99"},
+        {"a.test", 5, 1, "a.test IN CNAME"},    {"a.test", 12, 4, "a.test HS PTR"},
+        {"a.test", 35, 254, "a.test NONE NAPTR"}, {"a.test", 255, 255, "a.test ANY ANY"},
+        {"a.test", 16, 3, "a.test CH TXT"},     {"a.test", 99, 1, "a.test IN TYPE99"},
         {"a.test", 1, 42, "a.test CLASS42 A"}, {"", 2, 1, ". IN NS"},               {"A.Test", 41, 1, "A.Test IN OPT"},
     };
     for (const auto& c : named) {

@@ -60,7 +60,8 @@ TEST(Assertion, DefaultReportIsOneErrorOnTheCallersLoggerUnlessAHandlerTakesIt) 
     Assertion::setHandler(previous);
     EXPECT_EQ(linesOf(capture, "test.Assertion"),
               (std::vector<std::string>{"40000 ASSERTION FAILED: (++evaluations, false)",
-                                        "40000 ASSERTION FAILED: Not implemented : x", "40000 ASSERTION FAILED: 2 < 1"}));
+                                        "40000 ASSERTION FAILED: Not implemented : x",
+                                        "40000 ASSERTION FAILED: 2 < 1"}));
     ASSERT_EQ(seen.size(), 1u);
     EXPECT_EQ(seen[0].text + " " + seen[0].logger + " " + seen[0].file, "1 + 1 == 3 test.Assertion " __FILE__);
     EXPECT_EQ(seen[0].line, line);

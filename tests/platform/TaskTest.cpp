@@ -185,8 +185,9 @@ TEST(Task, StopDropsQueuedRequestsAndPendingTimersAndLaterOnesAreDestroyedAtOnce
                 EXPECT_EQ(task.after(nullptr, 0), -1);
                 corvane_test::LogCapture capture;
                 EXPECT_FALSE(task.waitForEndOfRun(20ms));
-                EXPECT_TRUE(capture.contains(ERROR_LOG_LEVEL, "StaticReactorTaskImpl::waitForEndOfRun : test.Task : "
-                                                              "the threads of the previous run have not ended after 20 ms"));
+                EXPECT_TRUE(capture.contains(ERROR_LOG_LEVEL,
+                                             "StaticReactorTaskImpl::waitForEndOfRun : test.Task : the threads of "
+                                             "the previous run have not ended after 20 ms"));
                 gate.open();
                 ASSERT_TRUE(task.waitForEndOfRun(5s));
                 EXPECT_FALSE(task.enqueue(new Job(refused), "stopped"));
@@ -401,8 +402,12 @@ TEST(BlockingOp, EachOutcomeOfAQueuedWork) {
                 if (c.blocked) gate.wait(10s);
                 std::this_thread::sleep_for(std::chrono::milliseconds(c.sleepMs));
             });
-            const int code = bTake ? task.doWorkAndTake<int>(pWork, [&](const int& in_v) { ++takes, out = in_v; }, timeout)
-                                   : task.doWork<int>(pWork, out, timeout);
+            const auto take = [&](const int& in_value) {
+                ++takes;
+                out = in_value;
+            };
+            const int code =
+                bTake ? task.doWorkAndTake<int>(pWork, take, timeout) : task.doWork<int>(pWork, out, timeout);
             EXPECT_EQ(code, c.expectedCode);
             EXPECT_EQ(out, code == Op::DOWORK_RESULT ? 42 : -1);  // written only with a valid result
             EXPECT_EQ(takes, bTake && code == Op::DOWORK_RESULT ? 1 : 0);
@@ -466,7 +471,9 @@ TEST(BlockingOp, NullOrRefusedWorkFailsAndStopWakesAWaiterWhoseWorkWasDropped) {
     });
     ASSERT_TRUE(waitFor([&] { return blockerRunning.load(); }));
     std::atomic<int> code{-1};
-    std::thread second([&] { code = task.doWork<int>(new ScriptedWork(ScriptedWork::DELIVER_VALID, 2), out, ms(10000)); });
+    std::thread second([&] {
+        code = task.doWork<int>(new ScriptedWork(ScriptedWork::DELIVER_VALID, 2), out, ms(10000));
+    });
     ASSERT_TRUE(waitFor([] { return liveWorks() == 2; }));
     std::this_thread::sleep_for(10ms);  // lets the second work reach the queue
     task.stop();

@@ -27,8 +27,10 @@ TEST(TextBuffer, MatchAndParseCutAtTheFirstDelimiter) {
         int result;
         const char* outAndRest;
     } matches[] = {
-        {"sip:alice", ":", false, TextBuffer::FOUND, "sip|sip:alice"}, {":alice", ":", true, TextBuffer::FIRST, "|alice"},
-        {"alice", ":", true, TextBuffer::NOT_FOUND, "-|alice"},         {"a;b;;c:", ";;", true, TextBuffer::FOUND, "a;b|c:"},
+        {"sip:alice", ":", false, TextBuffer::FOUND, "sip|sip:alice"},
+        {":alice", ":", true, TextBuffer::FIRST, "|alice"},
+        {"alice", ":", true, TextBuffer::NOT_FOUND, "-|alice"},
+        {"a;b;;c:", ";;", true, TextBuffer::FOUND, "a;b|c:"},
     };
     for (const auto& c : matches) {
         TextBuffer input(c.input);
@@ -175,7 +177,8 @@ TEST(Users, EqualityAndOrderFollowEachUserClassesRule) {
         // Telephone users: equal with the global flag and every field; less when any field is less.
         {"t:+1", "t:x+1", true, false, false},         {"t:+1", "t:1", false, false, false},
         {"t:1;isub=9", "t:2;isub=1", false, true, true}, {"t:1;isub=1", "t:1;isub=2", false, true, false},
-        {"t:1;postd=1", "t:1;postd=2", false, true, false}, {"t:1;phone-context=a", "t:1;phone-context=A", false, false, true},
+        {"t:1;postd=1", "t:1;postd=2", false, true, false},
+        {"t:1;phone-context=a", "t:1;phone-context=A", false, false, true},
         {"t:1;tsp=1", "t:1;tsp=2", false, true, false}, {"t:5;tsp=a", "t:5;tsp=a", true, false, false},
         {"t:1;a=2", "t:1;b=1", false, true, true},     {"t:1;x=a", "t:1;x=b", false, true, false},
         {"t:1", "s:1", false, false, false},

@@ -133,7 +133,7 @@ TEST(SipUrl, DecodesFieldsAndEncodesInItsFixedOrder) {
         {"sip:5551234;isub=12@h;user=phone", "sip:5551234@h;user=phone;isub=12", false},
         {"sip:555@h;isub=12;user=Phone", "sip:555@h;user=Phone;isub=12", false},
         {"sip:+1555@gw:5061;user=phone;tsp=a;lr", "sip:+1555@gw:5061;user=phone;lr;tsp=a", true},
-        {"sip:+1-5@gw;user=phone;postd=pp;phone-context=ex;zz=9", "sip:+1-5@gw;user=phone;postd=pp;phone-context=ex;zz=9",
+        {"sip:+1@gw;user=phone;postd=pp;phone-context=ex;zz=9", "sip:+1@gw;user=phone;postd=pp;phone-context=ex;zz=9",
          false},
         {std::string("sip:a@h;transport\0x=tcp;lr\0y", 28), "sip:a@h;transport=tcp;lr", true},  // names end at a NUL
     };
@@ -174,7 +174,8 @@ TEST(Urls, EqualityAndOrderFollowEachTypesRule) {
         {"sip:a@h;transport=tcp", "sip:a@h;transport=TCP", 0, 0, 0}, {"sip:a@hostA;x=1;lr", "sip:a@hostB;y=1", 0, 0, 0},
         {"sip:b@h;ttl=1", "sip:a@h;ttl=2", 0, 0, 1},    {"sip:a@h;ttl=2;maddr=a", "sip:a@h;ttl=1;maddr=b", 0, 0, 1},
         {"sip:h;user=b;method=a", "sip:h;user=a;method=b", 0, 0, 1}, {"sip:h:2;x=a", "sip:h:1;x=b", 0, 1, 0},
-        {"sip:\xe9@h", "sip:z@h", 0, 0, 1},             {"sip:1;isub=9@h;user=phone", "sip:2;isub=1@h;user=phone", 0, 1, 1},
+        {"sip:\xe9@h", "sip:z@h", 0, 0, 1},  // unsigned bytes
+        {"sip:1;isub=9@h;user=phone", "sip:2;isub=1@h;user=phone", 0, 1, 1},
         {"sip:1@h;user=phone", "sip:1@h", 0, -1, -1},   {"sip:a@h", "tel:a", 0, 0, 0},
         // TEL: the scheme ignores case in equality, not in order; then the users.
         {"tel:123", "TEL:123", 1, 0, 1}, {"tel:123", "tel:124", 0, 1, 0}, {"tel:+123", "tel:123", 0, 0, 0},

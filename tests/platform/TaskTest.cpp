@@ -286,8 +286,9 @@ TEST(Task, StartThatCannotMakeAThreadIsUndoneAndTheNextStartWorks) {
         TestTask task(4);
         std::atomic<int> attempts{0};
         setThreadCreationFaultForTest([&] { return attempts++ >= c.first; });
-        EXPECT_FALSE(task.start());
+        const bool bStarted = task.start();
         setThreadCreationFaultForTest({});
+        ASSERT_FALSE(bStarted);  // else the wait below would not end
         ASSERT_TRUE(task.waitUntilDone());
         EXPECT_EQ(task.getTaskState(), Task::STOPPED_STATE);
         EXPECT_EQ(task.exits, c.first == 0 ? 0 : 1);  // the last thread out of a partial start runs the exit hook

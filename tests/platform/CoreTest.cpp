@@ -317,8 +317,6 @@ TEST(MemAccount, ConcurrentAllocationsLeaveExactCountsAndZeroPublishesWhatTheFre
     freer.join();
 }
 
-void deleteInt(void* in_p) { delete static_cast<int*>(in_p); }
-
 TEST(SingletonRegistry, FirstOfRacingRegistrationsWinsAndEveryCreatorGetsIt) {
     static std::atomic<int> s_iRun{0};  // a key no earlier run in this process used
     const std::string key = "test.registry.Race." + std::to_string(++s_iRun);
@@ -330,7 +328,9 @@ TEST(SingletonRegistry, FirstOfRacingRegistrationsWinsAndEveryCreatorGetsIt) {
         threads.emplace_back([&, t] {
             for (++ready; ready < 8;) std::this_thread::yield();
             int* mine = new int(static_cast<int>(t));
-            got[t] = SingletonRegistry::getInstance().registerObject(key, mine, deleteInt);
+            got[t] = SingletonRegistry::getInstance().registerObject(key, mine, [](void* in_p) {
+                delete static_cast<int*>(in_p);
+            });
             if (got[t] == mine) return;
             ++losers;
             delete mine;  // refused: still the caller's

@@ -360,6 +360,7 @@ TEST(AresDisplayQuestion, FailsOnCorruptedNamesAndPositionsAndNamesTypesAndClass
         {"a.test", 5, 1, "a.test IN CNAME"},    {"a.test", 12, 4, "a.test HS PTR"},
         {"a.test", 35, 254, "a.test NONE NAPTR"}, {"a.test", 255, 255, "a.test ANY ANY"},
         {"a.test", 16, 3, "a.test CH TXT"},     {"a.test", 99, 1, "a.test IN TYPE99"},
+        {"a.test", 33, 1, "a.test IN SRV"},
         {"a.test", 1, 42, "a.test CLASS42 A"}, {"", 2, 1, ". IN NS"},               {"A.Test", 41, 1, "A.Test IN OPT"},
     };
     for (const auto& c : named) {
@@ -376,6 +377,7 @@ TEST(AresDisplayQuestion, FailsOnCorruptedNamesAndPositionsAndNamesTypesAndClass
         EXPECT_STREQ(Tarvik::Ares::rcodes[i], rcodes[i]);
     }
     EXPECT_STREQ(Tarvik::Ares::rcodes[15], "UNKNOWN15");
+    EXPECT_STREQ(Tarvik::Ares::opcodes[15], "UNKNOWN15");
 }
 
 }  // namespace

@@ -76,10 +76,11 @@ TEST(CpLog, EachPriorityLogsAtItsLevelOnTheVocalLoggerAndOthersAreDropped) {
         const char* shortName;
         int level;  // -1: dropped
     } rows[] = {
-        {0, "EMERG", "EMRG", 50000},     {2, "CRIT", "CRIT", 50000},       {3, "ERR", "ERR ", 40000},
-        {4, "WARNING", "WARN", 30000},   {5, "NOTICE", "NOTC", 20000},     {6, "INFO", "INFO", 20000},
-        {7, "DEBUG", "DBUG", 10000},     {9, "DEBUG_OPER", "DOP ", 10000}, {10, "DEBUG_HB", "DHB ", 10000},
-        {11, nullptr, nullptr, -1},      {-1, nullptr, nullptr, -1},
+        {0, "EMERG", "EMRG", 50000},     {1, "ALERT", "ALRT", 50000},        {2, "CRIT", "CRIT", 50000},
+        {3, "ERR", "ERR ", 40000},       {4, "WARNING", "WARN", 30000},      {5, "NOTICE", "NOTC", 20000},
+        {6, "INFO", "INFO", 20000},      {7, "DEBUG", "DBUG", 10000},        {8, "DEBUG_STACK", "DSTK", 10000},
+        {9, "DEBUG_OPER", "DOP ", 10000}, {10, "DEBUG_HB", "DHB ", 10000},   {11, nullptr, nullptr, -1},
+        {-1, nullptr, nullptr, -1},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.priority);
@@ -110,6 +111,7 @@ TEST(VException, NamesItsClassCarriesTheCodeAndIsLoggedWhenMade) {
     const Vocal::SipTelSubscriberUserParserException e("m4", "SipTelSubscriberUser.cpp", 40, 3);
     EXPECT_EQ(e.getName(), "SipTelSubscriberUserParserException");
     EXPECT_EQ(e.getError(), 3u);
+    EXPECT_EQ(Vocal::ImpBaseUrlParserException("m3", "ImpBaseUrl.cpp", 30, 3).getParserError(), 3u);
     EXPECT_TRUE(capture.contains(10000, "Exception at SipTelSubscriberUser.cpp:40 m4"));
 }
 
@@ -156,8 +158,8 @@ TEST(SipTelSubscriberUser, DecodesNumberAndParametersAndRendersEachForm) {
     EXPECT_EQ(copied.getGlobalForm().str() + " " + copied.getLocalForm().str() + " " + copy->encode().str(),
               "+1;isub=2 9;isdn=2;postd=8 +7");
     EXPECT_EQ(Vocal::TEL_PAUSE.str() + Vocal::TEL_WAIT.str() + Vocal::TEL_STAR.str() + Vocal::TEL_HASH.str() +
-                  Vocal::TEL_DTMF_A.str() + Vocal::TEL_DTMF_D.str(),
-              "pw*#AD");
+                  Vocal::TEL_DTMF_A.str() + Vocal::TEL_DTMF_B.str() + Vocal::TEL_DTMF_C.str() + Vocal::TEL_DTMF_D.str(),
+              "pw*#ABCD");
 }
 
 // "t:TEXT" a telephone user, "s:TEXT" a SIP user, "n:" the null user.

@@ -92,12 +92,12 @@ const long kHour = 3600L * 1000;
 TEST(Task, HooksRunOncePerRunAndARestartWithoutWaitingJoinsTheRunBefore) {
     for (size_t threads : {1u, 4u}) {
         SCOPED_TRACE(threads);
-        TestTask task(threads);
+        Counts requests, timers;
         std::mutex hookLock;  // start takes no lock the hooks run under (TSan reports any lock-order cycle)
+        TestTask task(threads);
         task.entryBody = [&hookLock] { std::lock_guard<std::mutex> guard(hookLock); };
         EXPECT_FALSE(task.setNumThread(0));
         EXPECT_FALSE(task.configure(TSHandle<ROConfiguration>()));
-        Counts requests, timers;
         for (int run = 1; run <= 3; ++run) {
             {
                 std::lock_guard<std::mutex> guard(hookLock);
@@ -125,16 +125,16 @@ TEST(Task, HooksRunOncePerRunAndARestartWithoutWaitingJoinsTheRunBefore) {
 }
 
 TEST(Task, NoRequestRunsBeforeTheEntryHookAndTheExitHookRunsInTheLastThreadOut) {
-    TestTask task(4);
     std::atomic<bool> entryDone{false};
     std::atomic<int> early{0}, started{0}, finished{0}, finishedAtExit{-1};
+    Gate gate;
+    Counts counts;
+    TestTask task(4);  // declared last, so destroyed first: its hooks and requests use the above
     task.entryBody = [&] {
         std::this_thread::sleep_for(30ms);  // time for another thread to take work
         entryDone = true;
     };
     task.exitBody = [&] { finishedAtExit = finished.load(); };
-    Gate gate;
-    Counts counts;
     ASSERT_TRUE(task.start());
     for (int i = 0; i < 4; ++i) {
         task.enqueue(new Job(counts,
@@ -206,11 +206,11 @@ TEST(Task, StopDropsQueuedRequestsAndPendingTimersAndLaterOnesAreDestroyedAtOnce
 
 TEST(Task, ItsOwnThreadsCannotWaitForNorRestartItButTimersMayScheduleAndCancel) {
     // Joining a thread from itself would throw and end the process.
+    Counts counts;
+    std::atomic<int> refused{0};
     TestTask task(2);
     ASSERT_TRUE(task.startAndWaitRunning());
     EXPECT_FALSE(task.isPoolThread());
-    Counts counts;
-    std::atomic<int> refused{0};
     const auto tryWaitAndStart = [&] {
         refused += !task.waitUntilDone();
         refused += !task.start();
@@ -258,9 +258,9 @@ TEST(Task, EveryRequestAndTimerIsDestroyedExactlyOnceWhenStopRacesThem) {
 }
 
 TEST(Task, StopDuringTheEntryHookIsNotUndoneByIt) {
-    TestTask task(2);
     Gate entryGate, exitGate;
     std::atomic<bool> inExit{false};
+    TestTask task(2);
     task.entryBody = [&] { entryGate.wait(); };
     task.exitBody = [&] {
         inExit = true;
@@ -284,6 +284,7 @@ TEST(Task, StartThatCannotMakeAThreadIsUndoneAndTheNextStartWorks) {
         {2, "StaticReactorTaskImpl::start : test.Task : cannot make a thread (3 missing) : "}};
     for (const auto& c : cases) {
         corvane_test::LogCapture capture;
+        Counts counts;
         TestTask task(4);
         std::atomic<int> attempts{0};
         setThreadCreationFaultForTest([&] { return attempts++ >= c.first; });
@@ -294,7 +295,6 @@ TEST(Task, StartThatCannotMakeAThreadIsUndoneAndTheNextStartWorks) {
         EXPECT_EQ(task.getTaskState(), Task::STOPPED_STATE);
         EXPECT_EQ(task.exits, c.first == 0 ? 0 : 1);  // the last thread out of a partial start runs the exit hook
         EXPECT_TRUE(capture.contains(40000, c.second + std::strerror(EAGAIN))) << c.second;
-        Counts counts;
         EXPECT_FALSE(task.enqueue(new Job(counts), "refused"));
         ASSERT_TRUE(task.startAndWaitRunning());
         ASSERT_TRUE(task.enqueue(new Job(counts), "test"));
@@ -303,11 +303,11 @@ TEST(Task, StartThatCannotMakeAThreadIsUndoneAndTheNextStartWorks) {
 }
 
 TEST(Timers, FireInOrderOfExpiryAndCancelReachesOnlyThePendingTimerAsked) {
-    TestTask task;
-    ASSERT_TRUE(task.startAndWaitRunning());
     Counts counts;
     std::mutex mutex;
     std::vector<int> order;
+    TestTask task;
+    ASSERT_TRUE(task.startAndWaitRunning());
     for (int delay : {250, 50, 150, 0, 100}) {
         ASSERT_GT(task.after(new Job(counts,
                                      [&, delay] {

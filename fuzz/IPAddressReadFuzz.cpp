@@ -1,6 +1,6 @@
-// IPAddress::read on any bytes: a failed read leaves the address as it was;
-// a read address writes a text that reads back the same; every successful
-// read consumes input, so a read loop always ends.
+// IPAddress::read on any bytes: a failed read leaves the address as it was; a
+// read address writes a text that reads back the same; every successful read
+// consumes input, so a read loop always ends.
 #include <cstdint>
 #include <cstdlib>
 #include <sstream>
@@ -8,17 +8,12 @@
 
 #include "net/NetInterface.h"
 
-namespace {
-
-std::string written(const Tarvik::Net::IPAddress& in_address) {
-    std::ostringstream os;
-    in_address.write(os);
-    return os.str();
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const auto written = [](const Tarvik::Net::IPAddress& in_address) {
+        std::ostringstream os;
+        in_address.write(os);
+        return os.str();
+    };
     std::istringstream is(std::string(reinterpret_cast<const char*>(data), size));
     Tarvik::Net::IPAddress address(0x01020304);
     for (size_t i = 0; i <= size; ++i) {
@@ -29,9 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             if (written(address) != before) std::abort();
             break;
         }
-        const std::streampos end = is.eof() ? std::streampos(static_cast<std::streamoff>(size)) : is.tellg();
-        if (end <= start) std::abort();
-
+        if ((is.eof() ? std::streampos(static_cast<std::streamoff>(size)) : is.tellg()) <= start) std::abort();
         std::stringstream again(written(address));
         Tarvik::Net::IPAddress copy(0x05060708);
         copy.read(again);

@@ -12,13 +12,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 int main(int argc, char** argv) {
     size_t runs = 0;
     for (int i = 1; i < argc; ++i) {
-        std::vector<std::filesystem::path> files;
+        std::vector<std::filesystem::path> files{argv[i]};
         if (std::filesystem::is_directory(argv[i])) {
-            for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
-                if (entry.is_regular_file()) files.push_back(entry.path());
-            }
-        } else {
-            files.emplace_back(argv[i]);
+            files.clear();
+            for (const auto& entry : std::filesystem::directory_iterator(argv[i])) files.push_back(entry.path());
         }
         for (const auto& file : files) {
             std::ifstream in(file, std::ios::binary);

@@ -1,9 +1,9 @@
-// The SIP server locator's answer parsing: the input is a DNS message; the
-// name asked is its own question's (so that the parser gets past the
-// question), the type asked comes from the question too, or from the first
-// byte's choice when the question cannot be read. A parse either fails or
-// gives records that keep the parser's promises: lower-case names without
-// trailing dots, TTLs in range, sets that hold what their kind says.
+// The SIP server locator's answer parsing of any DNS message, asked for the
+// name and type of its own question (or the first byte's type when there is
+// none). A parse fails with a reason, or gives records that keep the parser's
+// promises: lower-case names without dots at the ends, TTLs in range, sets
+// that hold what their kind says.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -15,30 +15,18 @@ namespace {
 namespace SipDns = Tarvik::Net::SipDns;
 
 bool plainName(const std::string& in_name) {
-    if (!in_name.empty() && (in_name.front() == '.' || in_name.back() == '.')) return false;
-    for (char c : in_name) {
-        if (c >= 'A' && c <= 'Z') return false;
-    }
-    return true;
+    const bool bDotAtAnEnd = !in_name.empty() && (in_name.front() == '.' || in_name.back() == '.');
+    return !bDotAtAnEnd && std::none_of(in_name.begin(), in_name.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
 }
 
 bool keepsPromises(const SipDns::RecordSet& in_set, bool in_bAdditional) {
-    if (in_bAdditional && in_set.kind != SipDns::RecordSet::RECORDS) return false;
-    if (in_set.kind == SipDns::RecordSet::RECORDS) {
-        if (in_set.size() == 0 || in_set.ttl > 7 * 24 * 3600) return false;
-    } else if (in_set.size() != 0 || in_set.ttl > SipDns::kMaxNegativeTtl) {
-        return false;
-    }
-    for (const SipDns::SrvRecord& srv : in_set.srv) {
-        if (!plainName(srv.target)) return false;
-    }
-    for (const SipDns::NaptrRecord& naptr : in_set.naptr) {
-        if (!plainName(naptr.replacement)) return false;
-    }
-    for (const std::string& address : in_set.addresses) {
-        if (address.empty()) return false;
-    }
-    return true;
+    const bool bRecords = in_set.kind == SipDns::RecordSet::RECORDS;
+    bool ok = bRecords ? in_set.size() != 0 && in_set.ttl <= 7 * 24 * 3600
+                       : !in_bAdditional && in_set.size() == 0 && in_set.ttl <= SipDns::kMaxNegativeTtl;
+    for (const SipDns::SrvRecord& srv : in_set.srv) ok = ok && plainName(srv.target);
+    for (const SipDns::NaptrRecord& naptr : in_set.naptr) ok = ok && plainName(naptr.replacement);
+    for (const std::string& address : in_set.addresses) ok = ok && !address.empty();
+    return ok;
 }
 
 }  // namespace
@@ -62,7 +50,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!answer.records || !keepsPromises(*answer.records, false)) __builtin_trap();
     for (const SipDns::AdditionalSet& set : answer.additional) {
         if (!set.records || !plainName(set.name) || !keepsPromises(*set.records, true)) __builtin_trap();
-        if (set.type != SipDns::kTypeA && set.type != SipDns::kTypeAaaa && set.type != SipDns::kTypeSrv) __builtin_trap();
+        if (set.type != SipDns::kTypeA && set.type != SipDns::kTypeAaaa && set.type != SipDns::kTypeSrv) {
+            __builtin_trap();
+        }
     }
     return 0;
 }

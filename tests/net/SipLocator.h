@@ -18,58 +18,49 @@
 #include "platform/GlobalConfig.h"
 #include "platform/MemAccount.h"
 #include "support/DnsResponder.h"
-#include "support/Dnsmasq.h"
 
 namespace corvane_test {
 
 using Locator = Tarvik::Net::SipServerLocator;
 
-// What the locator allocates for itself.
-inline const char* const kLocatorAccounts[] = {"SipServerLocator::Resolution", "SipServerLocator::Query",
-                                               "SipServerLocator::Channel", "SipServerLocator::WaiterCallback"};
-
-// "TCP a2.example.test 10.70.0.2 5062 10/10 NAPTR"; "-/-" when not from SRV.
-inline std::string describe(const Locator::Target& in_target) {
-    const std::string srv = in_target.priority < 0
-                                ? "-/-"
-                                : std::to_string(in_target.priority) + "/" + std::to_string(in_target.weight);
-    return std::string(Locator::getTransportName(in_target.transport)) + " " + in_target.host + " " +
-           in_target.address + " " + std::to_string(in_target.port) + " " + srv + " " +
-           Locator::getViaName(in_target.via);
-}
-
+// "TCP a2.test 10.70.0.2 5062 10/10 NAPTR" ("-/-" when not from SRV), and
+// "NAPTR n.test answer miss".
 inline std::vector<std::string> targets(const Locator::Result& in_result) {
     std::vector<std::string> out;
-    for (const Locator::Target& target : in_result.targets) out.push_back(describe(target));
+    for (const Locator::Target& t : in_result.targets) {
+        const std::string srv = t.priority < 0 ? "-/-" : std::to_string(t.priority) + "/" + std::to_string(t.weight);
+        out.push_back(std::string(Locator::getTransportName(t.transport)) + " " + t.host + " " + t.address + " " +
+                      std::to_string(t.port) + " " + srv + " " + Locator::getViaName(t.via));
+    }
     return out;
 }
-
-// "NAPTR naptr.test answer miss".
 inline std::vector<std::string> steps(const Locator::Result& in_result) {
     std::vector<std::string> out;
-    for (const Locator::Step& step : in_result.steps) {
-        out.push_back(std::string(Locator::getRecordTypeName(step.type)) + " " + step.name + " " +
-                      Locator::getOutcomeName(step.outcome) + " " + Locator::getCacheUseName(step.cache));
+    for (const Locator::Step& s : in_result.steps) {
+        out.push_back(std::string(Locator::getRecordTypeName(s.type)) + " " + s.name + " " +
+                      Locator::getOutcomeName(s.outcome) + " " + Locator::getCacheUseName(s.cache));
     }
     return out;
 }
 
-// Collects asynchronous notifications: how many each request got.
+// Collects asynchronous results: how many each request got, and the last one.
 class Notifications {
 public:
-    class Recorder : public Locator::Callback {
-    public:
-        Recorder(Notifications& io_owner, size_t in_index) : m_owner(io_owner), m_index(in_index) {}
-        void onLocated(const Locator::Result& in_result) override { m_owner.record(m_index, in_result); }
-
-    private:
-        Notifications& m_owner;  // outlives every recorder
-        size_t m_index;          // which request
+    struct Recorder : Locator::Callback {
+        Recorder(Notifications& io_owner, size_t in_index) : owner(io_owner), index(in_index) {}
+        void onLocated(const Locator::Result& in_result) override {
+            // Signalled under the lock: once a waiter sees the count, the owner may go.
+            std::lock_guard<std::mutex> guard(owner.m_mutex);
+            if (owner.m_told[index]++ == 0) ++owner.m_uiTold;
+            owner.m_results[index] = in_result;
+            owner.m_cond.notify_all();
+        }
+        Notifications& owner;  // outlives every recorder
+        size_t index;          // which request
     };
 
     explicit Notifications(size_t in_count) : m_told(in_count, 0), m_results(in_count) {}
     Recorder* callback(size_t in_index) { return new Recorder(*this, in_index); }
-
     // Waits (bounded) until every request was told at least once.
     bool waitAll(std::chrono::milliseconds in_limit = std::chrono::seconds(30)) {
         std::unique_lock<std::mutex> lock(m_mutex);
@@ -86,20 +77,11 @@ public:
     size_t size() const { return m_told.size(); }
 
 private:
-    void record(size_t in_index, const Locator::Result& in_result) {
-        // Signalled under the lock: once a waiter sees the count, this object
-        // may go, and the notifier must be done with it.
-        std::lock_guard<std::mutex> guard(m_mutex);
-        if (m_told[in_index]++ == 0) ++m_uiTold;
-        m_results[in_index] = in_result;
-        m_cond.notify_all();
-    }
-
-    mutable std::mutex m_mutex;               // guards the members below
-    std::condition_variable m_cond;           // signalled on every notification
-    std::vector<int> m_told;                  // notifications per request
-    std::vector<Locator::Result> m_results;   // the last one per request
-    size_t m_uiTold = 0;                      // requests told at least once
+    mutable std::mutex m_mutex;              // guards the members below
+    std::condition_variable m_cond;          // signalled on every notification
+    std::vector<int> m_told;                 // notifications per request
+    std::vector<Locator::Result> m_results;  // the last one per request
+    size_t m_uiTold = 0;                     // requests told at least once
 };
 
 class SipLocatorTest : public ::testing::Test {
@@ -127,28 +109,28 @@ protected:
         std::ofstream(m_resolverConfig.path(), std::ios::trunc) << in_strContent;
     }
     void setHosts(const std::string& in_strContent) { std::ofstream(m_hosts.path(), std::ios::trunc) << in_strContent; }
-    static void startServer(DnsResponder& io_responder) {
-        // Names without a script hear NXDOMAIN (without SOA: never kept).
+    // A scripted responder, asked by the locator; names without a script hear
+    // NXDOMAIN without SOA (never kept).
+    void serve(DnsResponder& io_responder) {
         io_responder.setDefault({DnsResponder::rcodeReply(dns::RCODE_NXDOMAIN)});
         std::string error;
         ASSERT_TRUE(io_responder.start(&error)) << error;
-    }
-    static void startServer(Dnsmasq& io_dnsmasq) {
-        std::string error;
-        ASSERT_TRUE(io_dnsmasq.start(&error)) << error;
+        setServers(io_responder.address());
     }
 
     Locator::Result locate(const std::string& in_strUri, Locator::Family in_family = Locator::FAMILY_IPV4_FIRST,
                            const ACE_Time_Value& in_timeout = ACE_Time_Value(5)) {
         Locator::Result result;
-        m_locator.locate(in_strUri, result, in_timeout, in_family);
+        const bool bLocated = m_locator.locate(in_strUri, result, in_timeout, in_family);
+        EXPECT_EQ(bLocated, result.status == Locator::LOCATE_OK);
         return result;
     }
 
-    static long live(const char* in_szAccount) { return Tarvik::MemAccount::get(in_szAccount).getLiveObjects(); }
+    // What the locator allocates for itself is all given back.
     static bool accountsAtZero() {
-        for (const char* account : kLocatorAccounts) {
-            if (live(account) != 0) return false;
+        for (const char* account : {"SipServerLocator::Resolution", "SipServerLocator::Query",
+                                    "SipServerLocator::Channel", "SipServerLocator::WaiterCallback"}) {
+            if (Tarvik::MemAccount::get(account).getLiveObjects() != 0) return false;
         }
         return true;
     }

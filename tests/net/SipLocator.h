@@ -25,7 +25,8 @@ namespace corvane_test {
 using Locator = Tarvik::Net::SipServerLocator;
 using Strings = std::vector<std::string>;
 
-// "TCP a2.test 10.70.0.2 5062 10/10 NAPTR" ("-/-" when not from SRV).
+// "TCP a2.test 10.70.0.2 5062 10/10 NAPTR" ("-/-" when not from SRV) and
+// "NAPTR n.test answer miss 60" (the TTL -1 when none).
 inline Strings targets(const Locator::Result& in_result) {
     Strings out;
     for (const Locator::Target& t : in_result.targets) {
@@ -35,12 +36,12 @@ inline Strings targets(const Locator::Result& in_result) {
     }
     return out;
 }
-// "NAPTR n.test answer miss".
 inline Strings steps(const Locator::Result& in_result) {
     Strings out;
     for (const Locator::Step& s : in_result.steps) {
         out.push_back(std::string(Locator::getRecordTypeName(s.type)) + " " + s.name + " " +
-                      Locator::getOutcomeName(s.outcome) + " " + Locator::getCacheUseName(s.cache));
+                      Locator::getOutcomeName(s.outcome) + " " + Locator::getCacheUseName(s.cache) + " " +
+                      std::to_string(s.ttl));
     }
     return out;
 }
@@ -65,8 +66,8 @@ struct Notifications {
         return cond.wait_for(lock, in_limit, [&] { return std::count(told.begin(), told.end(), 0) == 0; });
     }
 
-    std::mutex mutex;                      // guards the members below
-    std::condition_variable cond;          // signalled on every notification
+    std::mutex mutex;
+    std::condition_variable cond;
     std::vector<int> told;                 // notifications per request
     std::vector<Locator::Result> results;  // the last one per request
 };

@@ -1,19 +1,152 @@
-// The locator against answers crafted byte for byte by the scripted responder:
-// every branch of the procedure, negative answers, TTLs, the RFC 2782 weighted
-// order, failure marks, the bounded cache and malformed answers.
+// The SIP server locator through its public interface: answers crafted byte for
+// byte by the scripted responder (every branch of the procedure, negative
+// answers, TTLs, the RFC 2782 weighted order, failure marks, the bounded cache,
+// malformed answers), and its life (starts that fail, exit with work in flight,
+// time-outs, a stop from its own thread, a configuration change). The resolver
+// configuration and the hosts file are files of the test's own, the clock of
+// expiry is the test's, and each test has a server address of its own: tests run
+// in parallel.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <fstream>
 #include <map>
+#include <mutex>
 #include <optional>
+#include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
-#include "SipLocator.h"
+#include "TempFile.h"
+#include "net/ResolverConfig.h"
+#include "net/SipServerLocator.h"
+#include "platform/GlobalConfig.h"
+#include "platform/MemAccount.h"
+#include "platform/Thread.h"
+#include "support/AssertCapture.h"
+#include "support/BoundedWait.h"
+#include "support/DnsResponder.h"
+#include "support/LogCapture.h"
 
+using corvane_test::AssertCapture;
 using corvane_test::DnsResponder;
-using corvane_test::Locator;
-using corvane_test::Strings;
+using corvane_test::LogCapture;
+using corvane_test::TempFile;
+using corvane_test::waitFor;
+using Locator = Tarvik::Net::SipServerLocator;
+using Strings = std::vector<std::string>;
+using namespace std::chrono_literals;
 namespace dns = corvane_test::dns;
 
 namespace {
+
+// "TCP a2.test 10.70.0.2 5062 10/10 NAPTR" ("-/-" when not from SRV) and
+// "NAPTR n.test answer miss 60" (the TTL -1 when none).
+inline Strings targets(const Locator::Result& in_result) {
+    Strings out;
+    for (const Locator::Target& t : in_result.targets) {
+        const std::string srv = t.priority < 0 ? "-/-" : std::to_string(t.priority) + "/" + std::to_string(t.weight);
+        out.push_back(std::string(Locator::getTransportName(t.transport)) + " " + t.host + " " + t.address + " " +
+                      std::to_string(t.port) + " " + srv + " " + Locator::getViaName(t.via));
+    }
+    return out;
+}
+inline Strings steps(const Locator::Result& in_result) {
+    Strings out;
+    for (const Locator::Step& s : in_result.steps) {
+        out.push_back(std::string(Locator::getRecordTypeName(s.type)) + " " + s.name + " " +
+                      Locator::getOutcomeName(s.outcome) + " " + Locator::getCacheUseName(s.cache) + " " +
+                      std::to_string(s.ttl));
+    }
+    return out;
+}
+
+// Asynchronous results: how many notifications each request got, and the last one.
+struct Notifications {
+    struct Recorder : Locator::Callback {
+        Recorder(Notifications& io_owner, size_t in_index) : owner(io_owner), index(in_index) {}
+        void onLocated(const Locator::Result& in_result) override {
+            std::lock_guard<std::mutex> guard(owner.mutex);  // once a waiter sees the count, the owner may go
+            owner.told[index]++;
+            owner.results[index] = in_result;
+            owner.cond.notify_all();
+        }
+        Notifications& owner;
+        size_t index;
+    };
+    explicit Notifications(size_t in_count) : told(in_count), results(in_count) {}
+    Recorder* callback(size_t in_index) { return new Recorder(*this, in_index); }
+    bool waitAll(std::chrono::seconds in_limit = std::chrono::seconds(30)) {
+        std::unique_lock<std::mutex> lock(mutex);
+        return cond.wait_for(lock, in_limit, [&] { return std::count(told.begin(), told.end(), 0) == 0; });
+    }
+
+    std::mutex mutex;
+    std::condition_variable cond;
+    std::vector<int> told;                 // notifications per request
+    std::vector<Locator::Result> results;  // the last one per request
+};
+
+class SipLocatorTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        Tarvik::Net::setResolverConfigPathForTest(m_resolverConfig.path());
+        Locator::setHostsPathForTest(m_hosts.path());
+        Locator::setClockForTest([] { return s_clockUs.load(); });
+    }
+    void TearDown() override {
+        m_locator.stop();
+        m_responder.reset();
+        Tarvik::GlobalConfig::getInstance().clear();
+        Locator::setClockForTest(nullptr);
+        Locator::setHostsPathForTest("");
+        Tarvik::Net::setResolverConfigPathForTest("");
+    }
+
+    static void setServers(const std::string& in_strServers) {
+        std::string error;
+        ASSERT_TRUE(Tarvik::GlobalConfig::getInstance().setValue("corvane.net.HostNameServer.DNSServerIPAddrList",
+                                                                 in_strServers, error))
+            << error;
+    }
+    void setResolverConfig(const std::string& in_strText) { std::ofstream(m_resolverConfig.path()) << in_strText; }
+    // A scripted responder for the locator to ask; names without a script
+    // hear NXDOMAIN without SOA (never kept).
+    DnsResponder& serve(const std::string& in_address) {
+        m_responder.emplace(in_address);
+        m_responder->setDefault({DnsResponder::rcodeReply(dns::RCODE_NXDOMAIN)});
+        std::string error;
+        EXPECT_TRUE(m_responder->start(&error)) << error;
+        setServers(in_address);
+        return *m_responder;
+    }
+    Locator::Result locate(const std::string& in_strUri, Locator::Family in_family = Locator::FAMILY_IPV4,
+                           const ACE_Time_Value& in_timeout = ACE_Time_Value(5)) {
+        Locator::Result result;
+        const bool bLocated = m_locator.locate(in_strUri, result, in_timeout, in_family);
+        EXPECT_EQ(bLocated, result.status == Locator::LOCATE_OK);
+        return result;
+    }
+    // What the locator allocates for itself is all given back.
+    static bool accountsAtZero() {
+        for (const char* account : {"SipServerLocator::Resolution", "SipServerLocator::Query",
+                                    "SipServerLocator::Channel", "SipServerLocator::WaiterCallback"}) {
+            if (Tarvik::MemAccount::get(account).getLiveObjects() != 0) return false;
+        }
+        return true;
+    }
+    // The clock of expiry starts far from zero and moves only when told.
+    static void advance(int in_iSeconds) { s_clockUs += static_cast<int64_t>(in_iSeconds) * 1000000; }
+
+    static inline std::atomic<int64_t> s_clockUs{1000000000000LL};
+    Locator m_locator;                                   // stopped by TearDown
+    std::optional<DnsResponder> m_responder;             // made by serve
+    TempFile m_resolverConfig{"domain corvane.test\n"};  // read instead of /etc/resolv.conf
+    TempFile m_hosts{"127.0.0.1 localhost\n"};           // read instead of /etc/hosts
+};
 
 // _sip._tcp.<zone>: s1 (priority 10, weight 60), s2 (20, 0); s1's A and s2's AAAA ride along.
 dns::Bytes srvAnswer(const std::string& in_zone) {
@@ -33,28 +166,17 @@ dns::Bytes naptrAnswer(const std::string& in_zone) {
                      dns::aaaa(dns::name("h." + in_zone), "fd71::11", 100)});
 }
 
-dns::Bytes aAnswer(const std::string& in_name, const std::string& in_address, uint32_t in_ttl) {
+dns::Bytes aAnswer(const std::string& in_name, const std::string& in_address, uint32_t in_ttl = 0) {
     return dns::response(in_name, {dns::a(dns::pointer(12), in_address, in_ttl)});
 }
 
-// A responder on an address of the test's own: tests run in parallel.
-class SipLocatorAnswers : public corvane_test::SipLocatorTest {
-protected:
-    void serveOn(const std::string& in_address) {
-        m_responder.emplace(in_address);
-        serve(*m_responder);
-        ASSERT_TRUE(m_locator.start());
-    }
-    void TearDown() override {
-        SipLocatorTest::TearDown();
-        m_responder.reset();
-    }
-    std::optional<DnsResponder> m_responder;  // made by serveOn
-};
+using SipLocatorAnswers = SipLocatorTest;
+using SipLocatorLife = SipLocatorTest;
 
 TEST_F(SipLocatorAnswers, EveryBranchOfTheProcedure) {
     std::ofstream(m_hosts.path()) << "10.70.5.5 hosted.test\nfd70::55 Hosted.test.\nfd70::56 v6host.test\n";
-    serveOn("127.53.91.1");
+    serve("127.53.91.1");
+    ASSERT_TRUE(m_locator.start());
     DnsResponder& r = *m_responder;
     r.answer("_sip._tcp.add.test", srvAnswer("add.test"));
     r.answer("nadd.test", naptrAnswer("nadd.test"));
@@ -121,11 +243,11 @@ TEST_F(SipLocatorAnswers, EveryBranchOfTheProcedure) {
         const Locator::Result result = locate(row.uri, row.family);
         EXPECT_EQ(Locator::getStatusName(result.status),
                   std::string(row.error.empty() ? "LOCATE_OK" : row.steps.empty() ? "LOCATE_BAD_REQUEST" : "LOCATE_NOT_FOUND"));
-        EXPECT_EQ(corvane_test::targets(result), row.targets);
-        EXPECT_EQ(corvane_test::steps(result), row.steps);
+        EXPECT_EQ(targets(result), row.targets);
+        EXPECT_EQ(steps(result), row.steps);
         EXPECT_EQ(result.error, row.error);
         if (result.status == Locator::LOCATE_BAD_REQUEST) {  // told at once, also when asked for a callback
-            corvane_test::Notifications told(1);
+            Notifications told(1);
             EXPECT_FALSE(m_locator.locate(row.uri, told.callback(0), ACE_Time_Value(1)));
             EXPECT_EQ(told.told[0], 1);
             EXPECT_EQ(told.results[0].error, row.error);
@@ -143,7 +265,8 @@ TEST_F(SipLocatorAnswers, EveryBranchOfTheProcedure) {
 }
 
 TEST_F(SipLocatorAnswers, NegativeAnswersAreKeptAsTheirSoaSaysAndTtlZeroNever) {
-    serveOn("127.53.91.2");
+    serve("127.53.91.2");
+    ASSERT_TRUE(m_locator.start());
     const auto negative = [](const std::string& in_name, uint16_t in_rcode, uint32_t in_ttl, uint32_t in_minimum) {
         return dns::cat({dns::header(0, static_cast<uint16_t>(dns::RESPONSE_FLAGS | in_rcode), 1, 0, 1, 0),
                          dns::question(in_name, dns::TYPE_A), dns::soa(dns::name("test"), in_ttl, in_minimum)});
@@ -165,21 +288,22 @@ TEST_F(SipLocatorAnswers, NegativeAnswersAreKeptAsTheirSoaSaysAndTtlZeroNever) {
         SCOPED_TRACE(row.name);
         m_responder->answer(row.name, row.answer);
         const std::string uri = "sip:" + row.name + ":5060", asked = "A " + row.name + " " + row.outcome;
-        EXPECT_EQ(corvane_test::steps(locate(uri)), Strings{asked + " miss " + std::to_string(row.ttl)});
+        EXPECT_EQ(steps(locate(uri)), Strings{asked + " miss " + std::to_string(row.ttl)});
         if (row.ttl > 0) {
             advance(row.ttl - 1);
             const Locator::Result result = locate(uri);
-            EXPECT_EQ(corvane_test::steps(result), Strings{asked + (row.outcome == "answer" ? " hit 1" : " negative-hit 1")});
+            EXPECT_EQ(steps(result), Strings{asked + (row.outcome == "answer" ? " hit 1" : " negative-hit 1")});
             EXPECT_EQ(result.targets.empty() ? 1 : result.targets[0].ttl, 1u);
             advance(1);
         }
-        EXPECT_EQ(corvane_test::steps(locate(uri)), Strings{asked + " miss " + std::to_string(row.ttl)});
+        EXPECT_EQ(steps(locate(uri)), Strings{asked + " miss " + std::to_string(row.ttl)});
         EXPECT_EQ(m_responder->queryCount(row.name), 2);
     }
 }
 
 TEST_F(SipLocatorAnswers, TheLeastRecentlyUsedRecordsGoWhenTheCacheIsFull) {
-    serveOn("127.53.91.6");
+    serve("127.53.91.6");
+    ASSERT_TRUE(m_locator.start());
     for (const char* name : {"lru1.test", "lru2.test", "lru3.test"}) m_responder->answer(name, aAnswer(name, "10.71.3.1", 600));
     m_responder->answer("once.test", aAnswer("once.test", "10.71.3.2", 0));
     const auto uses = [&](const Strings& in_names) {
@@ -199,7 +323,8 @@ TEST_F(SipLocatorAnswers, TheLeastRecentlyUsedRecordsGoWhenTheCacheIsFull) {
 }
 
 TEST_F(SipLocatorAnswers, SrvWeightsShareTheFirstPlaceAsRfc2782Says) {
-    serveOn("127.53.91.3");
+    serve("127.53.91.3");
+    ASSERT_TRUE(m_locator.start());
     // Weights 0, 10, 20 and 70 of one priority, and 50 of a later one; the addresses ride along.
     dns::Bytes records, addresses;
     for (const int weight : {0, 10, 20, 70, 50}) {
@@ -233,7 +358,8 @@ TEST_F(SipLocatorAnswers, SrvWeightsShareTheFirstPlaceAsRfc2782Says) {
 }
 
 TEST_F(SipLocatorAnswers, AFailedTargetGoesLastUntilItsMarkEndsAndTheRecordsStay) {
-    serveOn("127.53.91.4");
+    serve("127.53.91.4");
+    ASSERT_TRUE(m_locator.start());
     m_responder->answer("m.test", dns::response("m.test", {dns::a(dns::pointer(12), "10.73.0.1", 3600),
                                                            dns::a(dns::pointer(12), "10.73.0.2", 3600),
                                                            dns::a(dns::pointer(12), "10.73.0.3", 3600)}));
@@ -261,7 +387,8 @@ TEST_F(SipLocatorAnswers, AFailedTargetGoesLastUntilItsMarkEndsAndTheRecordsStay
 }
 
 TEST_F(SipLocatorAnswers, EveryTruncationAndCorruptionIsOneClearFailure) {
-    serveOn("127.53.91.5");
+    serve("127.53.91.5");
+    ASSERT_TRUE(m_locator.start());
     const size_t r = 12 + dns::name("_sip._tcp.c000.test").size() + 4;  // where the first SRV record starts
     const size_t flags = 12 + dns::name("c000.test").size() + 4 + 12 + 4;  // the NAPTR's flags, "S"
     const size_t replacement = flags + 2 + 8 + 1;                       // after "S", "SIP+D2U" and ""
@@ -297,7 +424,7 @@ TEST_F(SipLocatorAnswers, EveryTruncationAndCorruptionIsOneClearFailure) {
         m_responder->script(names[i], {DnsResponder::Reply{bytes, std::chrono::milliseconds(0), id}});
     }
     // All at once; a burst of answers may overflow the socket buffer: room for c-ares to ask again twice.
-    corvane_test::Notifications told(rows.size());
+    Notifications told(rows.size());
     for (size_t i = 0; i < rows.size(); ++i) {
         const std::string zone = rows[i].bSrv ? names[i].substr(10) + ";transport=tcp" : names[i];
         m_locator.locate("sip:" + zone, told.callback(i), ACE_Time_Value(4), Locator::FAMILY_IPV4);
@@ -312,9 +439,164 @@ TEST_F(SipLocatorAnswers, EveryTruncationAndCorruptionIsOneClearFailure) {
         const bool bQuestion = rows[i].length >= 12 + dns::name(names[i]).size() + 4;
         EXPECT_EQ(told.told[i], 1);
         EXPECT_NE(result.status, Locator::LOCATE_OK);
-        EXPECT_EQ(corvane_test::steps(result).at(0), std::string(rows[i].bSrv ? "SRV " : "NAPTR ") + names[i] +
+        EXPECT_EQ(steps(result).at(0), std::string(rows[i].bSrv ? "SRV " : "NAPTR ") + names[i] +
                                                          (bQuestion ? " error miss -1" : " timeout miss -1"));
     }
+}
+
+TEST_F(SipLocatorLife, AStartThatFailsIsUndoneAndALaterStartWorks) {
+    DnsResponder& responder = serve("127.53.94.2");
+    responder.answer("ok.test", aAnswer("ok.test", "10.74.0.1"));
+    const char* const kBadList = "failed to parse the value of parameter corvane.net.HostNameServer.DNSServerIPAddrList";
+    const int kAll = 1000;
+    const struct Row {
+        const char* servers;  // the parameter; null: absent
+        const char* resolverConfig;
+        int threads;          // thread creations that succeed
+        const char* error;    // in the ERROR record; null: started
+    } rows[] = {
+        {nullptr, "domain corvane.test\n", kAll, "the host's resolver configuration names no DNS server"},
+        {"use-host-dns-list", "domain corvane.test\n", kAll, kBadList},
+        {",", "nameserver 127.53.94.2\n", kAll, kBadList},
+        {nullptr, "nameserver 127.53.94.2\n", kAll, nullptr},
+        {"use-host-dns-list", "nameserver 127.53.94.2\n", kAll, nullptr},
+        {"127.53.94.2", "", 0, "cannot start the DNS task"},     // the DNS task's thread
+        {"127.53.94.2", "", 1, "cannot make the timer thread"},  // the DNS task runs; the timer thread fails
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.error ? row.error : "started");
+        Tarvik::GlobalConfig::getInstance().clear();
+        if (row.servers) setServers(row.servers);
+        setResolverConfig(row.resolverConfig);
+        LogCapture log(Tarvik::ERROR_LOG_LEVEL);
+        std::atomic<int> threads{row.threads};
+        Tarvik::setThreadCreationFaultForTest([&] { return threads-- <= 0; });
+        EXPECT_EQ(m_locator.start(), row.error == nullptr);
+        Tarvik::setThreadCreationFaultForTest(nullptr);
+        if (row.error) {
+            EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, row.error)) << testing::PrintToString(log.messages());
+            EXPECT_EQ(locate("sip:10.0.0.1").status, Locator::LOCATE_REFUSED);
+            EXPECT_TRUE(accountsAtZero());
+        }
+        // Running, refused again, or after a thread fault started from scratch.
+        EXPECT_EQ(m_locator.start(), row.threads < kAll);
+        EXPECT_EQ(locate("sip:ok.test:5060").status == Locator::LOCATE_OK, row.error == nullptr || row.threads < kAll);
+        m_locator.stop();
+        EXPECT_TRUE(accountsAtZero());
+    }
+}
+
+TEST_F(SipLocatorLife, ExitWithWorkInFlightTellsEveryRequestOnce) {
+    DnsResponder& responder = serve("127.53.94.3");
+    for (int n = 0; n < 30; ++n) {  // answered at once, never, or late
+        const std::string name = "s" + std::to_string(n) + ".test";
+        if (n % 3 == 0) responder.answer(name, aAnswer(name, "10.75.0.1"));
+        if (n % 3 == 1) responder.never(name);
+        if (n % 3 == 2) responder.answerLate(name, aAnswer(name, "10.75.0.2"), std::chrono::milliseconds(5 + n));
+    }
+    ASSERT_TRUE(m_locator.start());
+    EXPECT_EQ(locate("sip:s0.test:5060").status, Locator::LOCATE_OK);
+    Locator::Result waiting;  // a synchronous request without time-out
+    std::thread waiter([&] { m_locator.locate("sip:s1.test", waiting, ACE_Time_Value::max_time); });
+    ASSERT_TRUE(responder.waitForQueries("s1.test", 1, 5s));
+    Notifications told(4000);
+    std::atomic<size_t> submitted{0};
+    std::vector<std::thread> threads;
+    for (unsigned t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            std::mt19937 random(t);
+            for (size_t i = t; i < told.told.size(); i += 4, ++submitted) {
+                // Time-outs of 1 ms to 100 ms, or none.
+                const ACE_Time_Value timeout = i % 5 ? ACE_Time_Value(0, 1000 + random() % 100000) : ACE_Time_Value::max_time;
+                m_locator.locate("sip:s" + std::to_string(random() % 30) + ".test:5060", told.callback(i), timeout);
+            }
+        });
+    }
+    ASSERT_TRUE(waitFor([&] { return submitted >= told.told.size() / 2; }));
+    EXPECT_TRUE(m_locator.stop());
+    for (std::thread& thread : threads) thread.join();
+    waiter.join();
+    ASSERT_TRUE(told.waitAll());
+    EXPECT_EQ(waiting.status, Locator::LOCATE_STOPPED);
+    EXPECT_EQ(std::count(told.told.begin(), told.told.end(), 1), 4000);
+    EXPECT_TRUE(accountsAtZero());
+    Notifications refused(1);  // stopped: refused at once, on the caller's thread
+    EXPECT_FALSE(m_locator.locate("sip:s0.test", refused.callback(0), ACE_Time_Value(1)));
+    EXPECT_EQ(refused.results[0].status, Locator::LOCATE_REFUSED);
+}
+
+TEST_F(SipLocatorLife, ATimeOutTellsWhatWasFoundAndWhatWasNot) {
+    DnsResponder& responder = serve("127.53.94.4");
+    responder.never("silent.test");
+    // The A query comes first and is answered; the AAAA query never is.
+    responder.scriptPerQuery("half.test", {{{aAnswer("half.test", "10.74.1.1", 60)}}, {}});
+    ASSERT_TRUE(m_locator.start());
+    Locator::Result result = locate("sip:silent.test:5060", Locator::FAMILY_IPV4, ACE_Time_Value(0, 100000));
+    EXPECT_EQ(result.status, Locator::LOCATE_TIMEOUT);
+    EXPECT_EQ(steps(result), Strings{"A silent.test timeout miss -1"});
+    result = locate("sip:half.test:5060", Locator::FAMILY_IPV4_FIRST, ACE_Time_Value(0, 200000));
+    EXPECT_EQ(targets(result), Strings{"UDP half.test 10.74.1.1 5060 -/- A"});
+    EXPECT_EQ(steps(result), (Strings{"A half.test answer miss 60", "AAAA half.test timeout miss -1"}));
+    // Asynchronous: the timer thread tells it.
+    Notifications told(3);
+    m_locator.locate("sip:silent.test:5060", told.callback(0), ACE_Time_Value(0, 100000), Locator::FAMILY_IPV4);
+    m_locator.locate("sip:silent.test:5060", told.callback(1), ACE_Time_Value::zero, Locator::FAMILY_IPV4);
+    m_locator.locate("sip:half.test:5060", told.callback(2), ACE_Time_Value(0, 200000));
+    ASSERT_TRUE(told.waitAll(5s));
+    for (size_t i = 0; i < 2; ++i) {
+        EXPECT_EQ(told.results[i].status, Locator::LOCATE_TIMEOUT);
+        EXPECT_EQ(told.results[i].error, "no answer within the time-out");
+    }
+    EXPECT_EQ(targets(told.results[2]), Strings{"UDP half.test 10.74.1.1 5060 -/- A"});
+    EXPECT_EQ(m_locator.getStatistics().requestTimeouts, 3u);
+}
+
+TEST_F(SipLocatorLife, StopFromACallbackOfItsOwnThreadIsRefused) {
+    DnsResponder& responder = serve("127.53.94.6");
+    responder.answer("cb.test", aAnswer("cb.test", "10.74.2.1"));
+    ASSERT_TRUE(m_locator.start());
+    struct StoppingCallback : Locator::Callback {
+        StoppingCallback(Locator& io_locator, std::atomic<int>& out_stopped) : locator(io_locator), stopped(out_stopped) {}
+        void onLocated(const Locator::Result&) override { stopped = locator.stop() ? 1 : 0; }
+        Locator& locator;
+        std::atomic<int>& stopped;
+    };
+    std::atomic<int> stopped{-1};
+    AssertCapture asserts;
+    m_locator.locate("sip:cb.test:5060", new StoppingCallback(m_locator, stopped), ACE_Time_Value(5), Locator::FAMILY_IPV4);
+    ASSERT_TRUE(waitFor([&] { return stopped != -1; }));
+    EXPECT_EQ(stopped, 0);
+    EXPECT_TRUE(asserts.contains("t_pOwnThread != this"));
+    EXPECT_TRUE(m_locator.isRunning());
+}
+
+TEST_F(SipLocatorLife, AResolverConfigurationChangeIsPickedUpOnUseAndTheOldChannelDrains) {
+    DnsResponder& first = serve("127.53.94.7");
+    DnsResponder second("127.53.94.8");
+    ASSERT_TRUE(second.start());
+    Tarvik::GlobalConfig::getInstance().clear();  // the resolver configuration names the server
+    setResolverConfig("nameserver 127.53.94.7\n");
+    first.answer("one.test", aAnswer("one.test", "10.74.3.1"));
+    first.answerLate("late.test", aAnswer("late.test", "10.74.3.2"), 300ms);
+    second.answer("one.test", aAnswer("one.test", "10.74.3.9"));
+    ASSERT_TRUE(m_locator.start());
+    Notifications late(1);
+    m_locator.locate("sip:late.test:5060", late.callback(0), ACE_Time_Value(5), Locator::FAMILY_IPV4);
+    ASSERT_TRUE(first.waitForQueries("late.test", 1, 5s));
+    LogCapture log(Tarvik::ERROR_LOG_LEVEL);
+    // Looked at every 5 seconds at most; a file that names no server is refused and the servers stay.
+    const std::tuple<const char*, int, const char*> rows[] = {
+        {nullptr, 0, "10.74.3.1"}, {"nameserver 127.53.94.8\n", 4, "10.74.3.1"}, {nullptr, 1, "10.74.3.9"},
+        {"domain corvane.test\n", 5, "10.74.3.9"}};
+    for (const auto& [config, seconds, address] : rows) {
+        if (config) setResolverConfig(config);
+        advance(seconds);
+        EXPECT_EQ(locate("sip:one.test:5060").targets.at(0).address, address) << seconds;
+    }
+    EXPECT_EQ(m_locator.getStatistics().reloads, 1u);
+    EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, "names no DNS server"));
+    ASSERT_TRUE(late.waitAll(5s));  // the request on the old channel hears the old server
+    EXPECT_EQ(late.results[0].targets.at(0).address, "10.74.3.2");
 }
 
 }  // namespace

@@ -175,9 +175,8 @@ using SipLocatorLife = SipLocatorTest;
 
 TEST_F(SipLocatorAnswers, EveryBranchOfTheProcedure) {
     std::ofstream(m_hosts.path()) << "10.70.5.5 hosted.test\nfd70::55 Hosted.test.\nfd70::56 v6host.test\n";
-    serve("127.53.91.1");
+    DnsResponder& r = serve("127.53.91.1");
     ASSERT_TRUE(m_locator.start());
-    DnsResponder& r = *m_responder;
     r.answer("_sip._tcp.add.test", srvAnswer("add.test"));
     r.answer("nadd.test", naptrAnswer("nadd.test"));
     r.answer("_sip._udp.down.test", dns::response("_sip._udp.down.test", {dns::srv(dns::pointer(12), 0, 0, 0, "", 300)},

@@ -196,11 +196,10 @@ TEST(Command, EveryCommandAsTheContractSays) {
         {{"--set", "corvane.nope=1", "params"}, 2, {}, {"corvane.nope"}},
         {{"--set", "corvane.net.HostNameServer.numThread=many", "params"}, 2, {}, {"corvane.net.HostNameServer.numThread"}},
         {{"--set", "corvane.net.HostNameServer.cacheSuccess=yes", "params"}, 2, {}, {"corvane.net.HostNameServer.cacheSuccess"}},
-        {{"--log", "LOUD", "params"}, 2, {}, {"LOUD"}},
+        {{"--log", "LOUD", "params"}, 2, {}, {"LOUD"}}, {{"params", "extra"}, 2, {}, {"params"}},
         {{"--log-config", "/nonexistent/log.properties", "params"}, 2, {}, {"--log-config"}},
         {{"frobnicate"}, 2, {}, {"frobnicate"}},
         {{}, 2, {}, {"Usage: corvane-net [OPTIONS] COMMAND"}},
-        {{"params", "extra"}, 2, {}, {"params"}},
         {{"url"}, 2, {}, {}}, {{"url-compare", "sip:a@h"}, 2, {}, {}},
         {{"resolve"}, 2, {}, {"NAME"}},
         {{"resolve", "--timeout", "soon", "x"}, 2, {}, {"--timeout"}},
@@ -232,6 +231,10 @@ TEST(Command, EveryCommandAsTheContractSays) {
         }
     }
     std::remove(config.c_str());
+    // An asynchronous request with time-out 0 is told of its time-out, or answered first.
+    const std::string status = runTool({"--json", "resolve", "--async", "--timeout", "0", "localhost"}).out;
+    EXPECT_TRUE(status.find(R"("status": "CALLBACK_TIMEOUT")") != std::string::npos ||
+                status.find(R"("status": "GHBN_SUCCESS")") != std::string::npos) << status;
 }
 
 TEST(HostCommand, AgreesWithHostnameAndTheInterfaceList) {

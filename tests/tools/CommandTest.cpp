@@ -1,11 +1,9 @@
-// corvane-net run as a script runs it: a table of runs (arguments, exit status,
-// texts on standard output and standard error), and runs checked against what
-// the system says (host names, interfaces, the resolver configuration).
+// corvane-net run as a script runs it: a table of runs (arguments, exit status, texts on standard output
+// and error), and runs checked against the system's host names, interfaces and resolver configuration.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <unistd.h>
-
 #include <cstdio>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -23,11 +21,10 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-const std::string kDnsList = "corvane.net.HostNameServer.DNSServerIPAddrList";
-const std::string kNoThread = "corvane.net.HostNameServer.numThread=0";
+const std::string kServer = "corvane.net.HostNameServer.";  // the prefix of its parameters
 const std::string kHostRecord = "DEBUG corvane.net.HostNameServer - HostNameServer::getHostByName : "
                                 "HostNameServer::getHostByName hostname=127.0.0.1 timeout=2000ms\n";
-const std::string kTraceEnter = "TRACE corvane.net.HostNameServer - ENTER HostNameServer::getHostByName\n";
+const std::string kEnter = "TRACE corvane.net.HostNameServer - ENTER HostNameServer::getHostByName\n";
 const std::string kTryLocate = "Try 'corvane-net locate --help'.";
 
 struct Row {
@@ -52,7 +49,6 @@ void expectTexts(const std::string& in_output, const std::vector<std::string>& i
 }
 
 TEST(Command, EveryCommandAsTheContractSays) {
-    // Names are asked of a DNS server of the test's own, never of the host's.
     corvane_test::Dnsmasq dns("127.53.96.1");
     dns.localTtl(60)
         .option("--naptr-record=loc.test,10,10,S,SIP+D2U,,_sip._udp.loc.test")
@@ -60,7 +56,8 @@ TEST(Command, EveryCommandAsTheContractSays) {
         .option("--host-record=h.loc.test,10.76.0.1,300");
     std::string error;
     ASSERT_TRUE(dns.start(&error)) << error;
-    const std::string servers = kDnsList + "=" + dns.address();
+    const std::string servers = kServer + "DNSServerIPAddrList=" + dns.address();  // asked instead of the host's servers
+    const std::string noServer = kServer + "DNSServerIPAddrList=127.53.30.2";        // nothing listens there
     // A log4cplus file with an appender and layout of its own; --log, in either order, wins.
     const std::string config = testing::TempDir() + "corvane-log-" + std::to_string(getpid()) + ".properties";
     std::ofstream(config) << "log4cplus.rootLogger=DEBUG, E\nlog4cplus.logger.corvane.net.HostNameServer=TRACE\n"
@@ -126,7 +123,8 @@ TEST(Command, EveryCommandAsTheContractSays) {
           R"({"name": "unknown.test", "ok": false, )", R"("primary": null)"}, {}},
         {{"--json", "--stats", "--set", servers, "locate", "--family", "ipv4", "--seed", "1", "sip:loc.test", "-"}, 1,
          {R"({"uri": "sip:loc.test", "ok": true, "targets": [{"transport": "UDP", "host": "h.loc.test", )"
-          R"("address": "10.76.0.1", "port": 5060, "priority": 10, "weight": 20, "ttl": 60, "via": "NAPTR"}], "steps": [)"
+          R"("address": "10.76.0.1", "port": 5060, "priority": 10, "weight": 20, "ttl": 60, "via": "NAPTR"}], )"
+          R"("steps": [)"
           R"({"name": "loc.test", "type": "NAPTR", "outcome": "answer", "records": 1, "ttl": 60, "cache": "miss"}, )"
           R"({"name": "_sip._udp.loc.test", "type": "SRV", "outcome": "answer", "records": 1, "ttl": 60, "cache": "miss"}, )"
           R"({"name": "h.loc.test", "type": "A", "outcome": "answer", "records": 1, "ttl": 300, "cache": "hit"}], )"
@@ -134,7 +132,8 @@ TEST(Command, EveryCommandAsTheContractSays) {
           R"({"uri": "sips:10.0.0.1", "ok": true, "targets": [{"transport": "TLS", "host": "10.0.0.1", )"
           R"("address": "10.0.0.1", "port": 5061, "priority": null, "weight": null, "ttl": 0, "via": "numeric"}], )"
           R"("steps": [], "elapsedMs": )",
-          R"({"uri": "sip:nx.test", "ok": false, "targets": [], )", R"("error": "no record leads to an address of nx.test")"},
+          R"({"uri": "sip:nx.test", "ok": false, "targets": [], )",
+          R"("error": "no record leads to an address of nx.test")"},
          {"\"SipServerLocator::Resolution\": 0", "\nlocator-stats {\"queriesNAPTR\": 2, \"queriesSRV\": 4, \"queriesA\": 1, "
           "\"queriesAAAA\": 0, \"answers\": 7, \"timeouts\": 0, \"errors\": 0"}, "sips:10.0.0.1\nsip:nx.test\n"},
         {{"--json", "resolve", "-"}, 0, {R"({"name": "10.0.0.3", "ok": true)", R"({"name": "10.0.0.4", "ok": true)"}, {},
@@ -144,25 +143,26 @@ TEST(Command, EveryCommandAsTheContractSays) {
         // Every memory account is at zero at exit, also on failed paths.
         {{"--json", "--stats", "resolve", "--async", "--timeout", "0", "localhost"}, -1, {R"({"name": "localhost")"},
          {"stats {", R"("AsynchGHBNCallbackContainer": 0)", R"("AsynchGHBNTimeoutProcessor": 0)"}},
-        {{"--json", "--stats", "--set", kDnsList + "=127.53.30.2", "resolve", "--async", "--timeout", "-1", "a.test"}, 1,
+        {{"--json", "--stats", "--set", noServer, "resolve", "--async", "--timeout", "-1", "a.test"}, 1,
          {R"({"name": "a.test", "ok": false, "status": "GHBN_OTHER_ERROR")"},
          {"ERROR corvane.net.HostNameServer - ASSERTION FAILED: Not implemented : asynchronous DNS resolution "
           "using a callback\n", "stats {"}},
-        {{"--stats", "--set", kDnsList + "=127.53.30.2", "resolve", "--timeout", "1", "b.test"}, 1, {}, {"stats {"}},
-        {{"--stats", "--set", kNoThread, "resolve", "localhost"}, 1, {},
+        {{"--stats", "--set", noServer, "resolve", "--timeout", "1", "b.test"}, 1, {}, {"stats {"}},
+        {{"--stats", "--set", kServer + "numThread=0", "resolve", "localhost"}, 1, {},
          {"ERROR corvane.net.HostNameServer - corvane.net.HostNameServer.numThread must be >= 1", "could not be initialized",
           "stats {"}},
-        {{"--stats", "--set", kNoThread, "canonicalize", "sip:a@localhost"}, -1, {}, {"stats {"}},
+        {{"--stats", "--set", kServer + "numThread=0", "canonicalize", "sip:a@localhost"}, -1, {}, {"stats {"}},
         // Records read "LEVEL logger - message", at the chosen level and above.
         {{"--log", "DEBUG", "resolve", "127.0.0.1"}, 0, {"!DEBUG "},
          {"DEBUG corvane.net - Succesfully initialized Net library\n", kHostRecord,
           "DEBUG corvane.net - Closing the Net library\n", "!TRACE "}},
         {{"resolve", "127.0.0.1"}, 0, {}, {"!DEBUG "}},
         {{"--log", "WARN", "resolve", "127.0.0.1"}, 0, {}, {"!DEBUG "}},
-        {{"--log", "OFF", "--set", kNoThread, "resolve", "x"}, 1, {}, {"!ERROR corvane"}},
-        {{"--log", "TRACE", "resolve", "127.0.0.1"}, 0, {}, {kTraceEnter, kHostRecord, "TRACE corvane.net.HostNameServer - EXIT HostNameServer::getHostByName\n"}},
+        {{"--log", "OFF", "--set", kServer + "numThread=0", "resolve", "x"}, 1, {}, {"!ERROR corvane"}},
+        {{"--log", "TRACE", "resolve", "127.0.0.1"}, 0, {},
+         {kEnter, kHostRecord, "TRACE corvane.net.HostNameServer - EXIT HostNameServer::getHostByName\n"}},
         {{"--log-config", config, "resolve", "127.0.0.1"}, 0, {},
-         {"cfg DEBUG corvane.net - Succesfully initialized Net library\n", "cfg " + kTraceEnter, "!\nDEBUG "}},
+         {"cfg DEBUG corvane.net - Succesfully initialized Net library\n", "cfg " + kEnter, "!\nDEBUG "}},
         {{"--log-config", config, "--log", "DEBUG", "resolve", "127.0.0.1"}, 0, {}, {"cfg DEBUG corvane.net - ", "!TRACE"}},
         {{"--log", "DEBUG", "--log-config", config, "resolve", "127.0.0.1"}, 0, {}, {"cfg DEBUG corvane.net - ", "!TRACE"}},
         {{"--json", "route", "127.0.0.1", "10.0.0.1/x"}, 1,
@@ -194,8 +194,8 @@ TEST(Command, EveryCommandAsTheContractSays) {
         {{"--version"}, 0, {"corvane-net " CORVANE_VERSION "\n"}, {}},
         // Usage errors exit 2, print nothing on standard output, and say what was wrong.
         {{"--set", "corvane.nope=1", "params"}, 2, {}, {"corvane.nope"}},
-        {{"--set", "corvane.net.HostNameServer.numThread=many", "params"}, 2, {}, {"corvane.net.HostNameServer.numThread"}},
-        {{"--set", "corvane.net.HostNameServer.cacheSuccess=yes", "params"}, 2, {}, {"corvane.net.HostNameServer.cacheSuccess"}},
+        {{"--set", kServer + "numThread=many", "params"}, 2, {}, {kServer + "numThread"}},
+        {{"--set", kServer + "cacheSuccess=yes", "params"}, 2, {}, {kServer + "cacheSuccess"}},
         {{"--log", "LOUD", "params"}, 2, {}, {"LOUD"}}, {{"params", "extra"}, 2, {}, {"params"}},
         {{"--log-config", "/nonexistent/log.properties", "params"}, 2, {}, {"--log-config"}},
         {{"frobnicate"}, 2, {}, {"frobnicate"}},

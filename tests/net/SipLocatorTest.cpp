@@ -204,7 +204,8 @@ TEST_F(SipLocatorAnswers, EveryBranchOfTheProcedure) {
         {"sip:[FD70::99]:5099;transport=tcp", {"TCP fd70::99 fd70::99 5099 -/- numeric"}, {}, ""},
         {"sip:alice@h.test;maddr=10.74.11.1", {"UDP 10.74.11.1 10.74.11.1 5060 -/- numeric"}, {}, ""},
         // SRV of the given transport; the additional section answers without queries.
-        {"sip:ADD.test;transport=TCP", {"TCP s1.add.test 10.71.0.1 5060 10/60 SRV", "TCP s2.add.test fd71::2 5061 20/0 SRV"},
+        {"sip:ADD.test;transport=TCP",
+         {"TCP s1.add.test 10.71.0.1 5060 10/60 SRV", "TCP s2.add.test fd71::2 5061 20/0 SRV"},
          {"SRV _sip._tcp.add.test answer miss 120", "A s1.add.test answer hit 90", "AAAA s1.add.test NXDOMAIN miss 0",
           "A s2.add.test NXDOMAIN miss 0", "AAAA s2.add.test answer hit 90"}, "", Locator::FAMILY_IPV4_FIRST},
         {"sip:nadd.test", {"UDP h.nadd.test 10.71.1.1 5060 10/10 NAPTR", "UDP h.nadd.test fd71::11 5060 10/10 NAPTR"},
@@ -241,7 +242,9 @@ TEST_F(SipLocatorAnswers, EveryBranchOfTheProcedure) {
         SCOPED_TRACE(row.uri);
         const Locator::Result result = locate(row.uri, row.family);
         EXPECT_EQ(Locator::getStatusName(result.status),
-                  std::string(row.error.empty() ? "LOCATE_OK" : row.steps.empty() ? "LOCATE_BAD_REQUEST" : "LOCATE_NOT_FOUND"));
+                  std::string(row.error.empty()   ? "LOCATE_OK"
+                              : row.steps.empty() ? "LOCATE_BAD_REQUEST"
+                                                  : "LOCATE_NOT_FOUND"));
         EXPECT_EQ(targets(result), row.targets);
         EXPECT_EQ(steps(result), row.steps);
         EXPECT_EQ(result.error, row.error);
@@ -303,7 +306,9 @@ TEST_F(SipLocatorAnswers, NegativeAnswersAreKeptAsTheirSoaSaysAndTtlZeroNever) {
 TEST_F(SipLocatorAnswers, TheLeastRecentlyUsedRecordsGoWhenTheCacheIsFull) {
     serve("127.53.91.6");
     ASSERT_TRUE(m_locator.start());
-    for (const char* name : {"lru1.test", "lru2.test", "lru3.test"}) m_responder->answer(name, aAnswer(name, "10.71.3.1", 600));
+    for (const char* name : {"lru1.test", "lru2.test", "lru3.test"}) {
+        m_responder->answer(name, aAnswer(name, "10.71.3.1", 600));
+    }
     m_responder->answer("once.test", aAnswer("once.test", "10.71.3.2", 0));
     const auto uses = [&](const Strings& in_names) {
         std::string out;
@@ -331,8 +336,9 @@ TEST_F(SipLocatorAnswers, SrvWeightsShareTheFirstPlaceAsRfc2782Says) {
         records = dns::cat({records, dns::srv(dns::pointer(12), weight == 50 ? 20 : 10, weight, 5060, host, 3600)});
         addresses = dns::cat({addresses, dns::a(dns::name(host), "10.72.0." + std::to_string(weight + 1), 3600)});
     }
-    m_responder->answer("_sip._udp.w.test", dns::cat({dns::header(0, dns::RESPONSE_FLAGS, 1, 5, 0, 5),
-                                                      dns::question("_sip._udp.w.test", dns::TYPE_SRV), records, addresses}));
+    const dns::Bytes question = dns::question("_sip._udp.w.test", dns::TYPE_SRV);
+    m_responder->answer("_sip._udp.w.test",
+                        dns::cat({dns::header(0, dns::RESPONSE_FLAGS, 1, 5, 0, 5), question, records, addresses}));
     m_locator.setRandomSeed(20240611);
     std::map<std::string, double> first;
     for (int i = 0; i < 10000; ++i) {
@@ -506,7 +512,8 @@ TEST_F(SipLocatorLife, ExitWithWorkInFlightTellsEveryRequestOnce) {
             std::mt19937 random(t);
             for (size_t i = t; i < told.told.size(); i += 4, ++submitted) {
                 // Time-outs of 1 ms to 100 ms, or none.
-                const ACE_Time_Value timeout = i % 5 ? ACE_Time_Value(0, 1000 + random() % 100000) : ACE_Time_Value::max_time;
+                const ACE_Time_Value timeout =
+                    i % 5 ? ACE_Time_Value(0, 1000 + random() % 100000) : ACE_Time_Value::max_time;
                 m_locator.locate("sip:s" + std::to_string(random() % 30) + ".test:5060", told.callback(i), timeout);
             }
         });
@@ -562,7 +569,8 @@ TEST_F(SipLocatorLife, StopFromACallbackOfItsOwnThreadIsRefused) {
     };
     std::atomic<int> stopped{-1};
     AssertCapture asserts;
-    m_locator.locate("sip:cb.test:5060", new StoppingCallback(m_locator, stopped), ACE_Time_Value(5), Locator::FAMILY_IPV4);
+    m_locator.locate("sip:cb.test:5060", new StoppingCallback(m_locator, stopped), ACE_Time_Value(5),
+                     Locator::FAMILY_IPV4);
     ASSERT_TRUE(waitFor([&] { return stopped != -1; }));
     EXPECT_EQ(stopped, 0);
     EXPECT_TRUE(asserts.contains("t_pOwnThread != this"));

@@ -184,6 +184,21 @@ TEST_F(SipLocatorAnswers, EveryBranchOfTheProcedure) {
     r.script("sf.test", {DnsResponder::rcodeReply(dns::RCODE_SERVFAIL)});
     r.answer("long.test", aAnswer("long.test", "10.71.5.1", 700000));  // a week at most
     r.answer("bad.test", dns::response("bad.test", {dns::record(dns::pointer(12), dns::TYPE_A, 60, {1, 2, 3, 4, 5})}));
+    // NAPTR in order and preference, supported services with flag "S" only; each SRV brings its A.
+    r.answer("ord.test", dns::response("ord.test", {
+        dns::naptr(dns::pointer(12), 20, 10, "S", "SIP+D2U", "", "_sip._udp.ord.test", 300),
+        dns::naptr(dns::pointer(12), 10, 20, "S", "SIPS+D2T", "", "_sips._tcp.ord.test", 300),
+        dns::naptr(dns::pointer(12), 10, 10, "s", "SIP+D2T", "", "_sip._tcp.ord.test", 300),
+        dns::naptr(dns::pointer(12), 5, 10, "S", "SIP+D2X", "", "_sip._x.ord.test", 300),
+        dns::naptr(dns::pointer(12), 5, 10, "A", "SIP+D2U", "", "o.ord.test", 300)},
+                                       dns::RCODE_NOERROR, dns::TYPE_NAPTR));
+    for (const auto& [service, port] : std::map<std::string, uint16_t>{{"_sip._udp", 5060}, {"_sip._tcp", 5062},
+                                                                        {"_sips._tcp", 5063}}) {
+        const std::string name = service + ".ord.test", target = "o" + std::to_string(port) + ".ord.test";
+        r.answer(name, dns::cat({dns::header(0, dns::RESPONSE_FLAGS, 1, 1, 0, 1), dns::question(name, dns::TYPE_SRV),
+                                 dns::srv(dns::pointer(12), 10, 10, port, target, 300),
+                                 dns::a(dns::name(target), "10.71.6.1", 300)}));
+    }
     // The A query comes first, then the AAAA query; both sets are kept.
     r.scriptPerQuery("fam.test", {{{aAnswer("fam.test", "10.71.4.1", 60)}},
                                   {{dns::response("fam.test", {dns::aaaa(dns::pointer(12), "fd71::41", 60),
@@ -211,6 +226,19 @@ TEST_F(SipLocatorAnswers, EveryBranchOfTheProcedure) {
         {"sip:nadd.test", {"UDP h.nadd.test 10.71.1.1 5060 10/10 NAPTR", "UDP h.nadd.test fd71::11 5060 10/10 NAPTR"},
          {"NAPTR nadd.test answer miss 300", "SRV _sip._udp.nadd.test answer hit 200", "A h.nadd.test answer hit 100",
           "AAAA h.nadd.test answer hit 100"}, "", Locator::FAMILY_IPV4_FIRST},
+        {"sip:ord.test",
+         {"TCP o5062.ord.test 10.71.6.1 5062 10/10 NAPTR", "TLS o5063.ord.test 10.71.6.1 5063 10/10 NAPTR",
+          "UDP o5060.ord.test 10.71.6.1 5060 10/10 NAPTR"},
+         {"NAPTR ord.test answer miss 300", "SRV _sip._tcp.ord.test answer miss 300", "A o5062.ord.test answer hit 300",
+          "SRV _sips._tcp.ord.test answer miss 300", "A o5063.ord.test answer hit 300",
+          "SRV _sip._udp.ord.test answer miss 300", "A o5060.ord.test answer hit 300"}, ""},
+        {"sips:ord.test", {"TLS o5063.ord.test 10.71.6.1 5063 10/10 NAPTR"},  // a SIPS URI follows SIPS+D2T alone
+         {"NAPTR ord.test answer hit 300", "SRV _sips._tcp.ord.test answer hit 300", "A o5063.ord.test answer hit 300"},
+         ""},
+        // Neither NAPTR nor SRV: the host's addresses at the scheme's transport and port.
+        {"sip:nx.test", {}, {"NAPTR nx.test NXDOMAIN miss 0", "SRV _sips._tcp.nx.test NXDOMAIN miss 0",
+          "SRV _sip._tcp.nx.test NXDOMAIN miss 0", "SRV _sip._udp.nx.test NXDOMAIN miss 0", "A nx.test NXDOMAIN miss 0"},
+         "no record leads to an address of nx.test"},
         // Target "." ends the search: no fallback to addresses.
         {"sip:down.test;transport=udp", {}, {"SRV _sip._udp.down.test answer miss 300"},
          "the domain does not offer the service (SRV target \".\")"},

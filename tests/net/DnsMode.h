@@ -1,7 +1,5 @@
-// A fixture for tests of the resolver's DNS mode: the resolver configuration
-// (the host's DNS servers and primary domain) is a file of the test's own,
-// never the host's, and the resolver leaves DNS mode after every test so
-// that the next one configures it afresh.
+// Tests of the resolver's DNS mode: the resolver configuration is a file of the test's own, never the host's,
+// and the resolver leaves DNS mode after every test.
 #pragma once
 
 #include <fstream>
@@ -18,7 +16,6 @@
 
 namespace corvane_test {
 
-// Memory accounts of a DNS-mode resolution.
 constexpr const char* kDnsWorkAccount = "HostNameServer::DNSARecordWork";
 constexpr const char* kDnsContainerAccount = "HostNameServer::DNSARecordWork:: CallbackContainer";
 constexpr const char* kDnsFutureAccount = "HostNameServer::DNSARecordWork:: FutureCallback";
@@ -34,28 +31,25 @@ protected:
         Tarvik::Net::setResolverConfigPathForTest("");
         Tarvik::HostNameServer::setClockForTest(nullptr);
     }
-    // Replaces what the resolver configuration file says (a primary domain by
-    // default); "-" makes it unreadable.
+    // Replaces what the resolver configuration file says (a primary domain by default); "-": unreadable.
     void setResolverConfig(const std::string& in_strContent) {
         const std::string path = in_strContent == "-" ? TempFile::uniquePath() : m_resolverConfig.path();
         Tarvik::Net::setResolverConfigPathForTest(path);
         std::ofstream(m_resolverConfig.path(), std::ios::binary | std::ios::trunc) << in_strContent;
     }
     const std::string& resolverConfigPath() const { return m_resolverConfig.path(); }
-
-    // Sets the DNS servers and starts the library, which must come up in DNS mode.
+    // Starts the library with these DNS servers, in DNS mode.
     void startWith(const std::string& in_strServers) {
         set(kServersParam, in_strServers);
         ASSERT_TRUE(Tarvik::Net::initializeLibrary());
         ASSERT_TRUE(server().isDnsMode());
     }
-    // Stops the library and takes it out of DNS mode, for a second start in one test.
     void restart() {
         Tarvik::Net::forcedCloseLibrary();
         Tarvik::HostNameServerPeer::leaveDnsMode(server());
     }
     static void startServer(DnsResponder& io_responder) {
-        // Names without a script (the search domain's tries) hear NXDOMAIN at once.
+        // Names without a script (the search domain's tries) hear NXDOMAIN.
         io_responder.setDefault({DnsResponder::rcodeReply(dns::RCODE_NXDOMAIN)});
         std::string error;
         ASSERT_TRUE(io_responder.start(&error)) << error;

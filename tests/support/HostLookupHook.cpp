@@ -10,8 +10,8 @@ namespace corvane_test {
 
 HostLookupHook::HostLookupHook() {
     Tarvik::Hostent::setHostLookupForTest(
-        [this](const char* name, hostent* result, char* buffer, size_t length, hostent** out, int* herrno) {
-            return lookUp(name, result, buffer, length, out, herrno);
+        [this](const char* name, hostent* result, char* buffer, size_t, hostent** out, int* herrno) {
+            return lookUp(name, result, buffer, out, herrno);
         });
 }
 
@@ -25,11 +25,6 @@ HostLookupHook::~HostLookupHook() {
     }
 }
 
-void HostLookupHook::setBlocking(bool in_bBlocking) {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    m_bBlocking = in_bBlocking;
-}
-
 void HostLookupHook::release() {
     {
         std::lock_guard<std::mutex> guard(m_mutex);
@@ -38,49 +33,31 @@ void HostLookupHook::release() {
     m_cond.notify_all();
 }
 
-int HostLookupHook::lookUp(const char* name, hostent* result, char* buffer, size_t length, hostent** out,
-                           int* herrno) {
+int HostLookupHook::lookUp(const char* name, hostent* result, char* buffer, hostent** out, int* herrno) {
     ++m_iLookups;
     {
         std::unique_lock<std::mutex> lock(m_mutex);
         m_cond.wait_for(lock, std::chrono::seconds(10), [this] { return !m_bBlocking; });
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(m_delayMs.load()));
-    int rc = 0;
     *out = nullptr;
     in_addr address{};
-    const int failure = m_iFailure.load();
-    if (failure != 0) {
-        *herrno = failure;
-        rc = ENOENT;
-    } else if (std::strcmp(name, "localhost") == 0 || inet_aton(name, &address)) {
-        if (std::strcmp(name, "localhost") == 0) inet_aton("127.0.0.1", &address);
-        // Lay the record out in the caller's buffer as the C library does.
-        const size_t nameLength = std::strlen(name) + 1;
-        char* p = buffer;
-        char** aliases = reinterpret_cast<char**>(p);
-        aliases[0] = nullptr;
-        p += sizeof(char*);
-        char** addrList = reinterpret_cast<char**>(p);
-        p += 2 * sizeof(char*);
+    const bool local = std::strcmp(name, "localhost") == 0;
+    if (m_iFailure.load() == 0 && (local ? inet_aton("127.0.0.1", &address) : inet_aton(name, &address))) {
+        // Lay the record out in the caller's buffer as the C library does: no alias, one address, the name.
+        char** pointers = reinterpret_cast<char**>(buffer);
+        char* p = buffer + 3 * sizeof(char*);
         std::memcpy(p, &address, 4);
-        addrList[0] = p;
-        addrList[1] = nullptr;
-        p += 4;
-        std::memcpy(p, name, nameLength);
-        (void)length;
-        result->h_name = p;
-        result->h_aliases = aliases;
-        result->h_addrtype = AF_INET;
-        result->h_length = 4;
-        result->h_addr_list = addrList;
+        std::strcpy(p + 4, name);
+        pointers[0] = nullptr;
+        pointers[1] = p;
+        pointers[2] = nullptr;
+        *result = hostent{p + 4, pointers, AF_INET, 4, pointers + 1};
         *out = result;
-    } else {
-        *herrno = HOST_NOT_FOUND;
-        rc = ENOENT;
     }
+    if (*out == nullptr) *herrno = m_iFailure.load() != 0 ? m_iFailure.load() : HOST_NOT_FOUND;
     ++m_iFinished;
-    return rc;
+    return *out != nullptr ? 0 : ENOENT;
 }
 
 }  // namespace corvane_test

@@ -106,7 +106,7 @@ TEST_F(Cache, EntriesAreReplacedKeptAsSpelledAndForgottenAtRestart) {
     EXPECT_EQ(hit("a.test"), "");
 
     corvane_test::AssertCapture asserts;
-    HostNameServerPeer::updateCache(server(), "empty.test", Hostent(), Hostent::GHBN_SUCCESS, ACE_Time_Value::zero);
+    HostNameServerPeer::updateCache(server(), "empty.test", Hostent(), Hostent::GHBN_SUCCESS, {});
     HostNameServerPeer::updateCacheFailure(server(), "other.test", Hostent::GHBN_SUCCESS);
     EXPECT_EQ(asserts.texts(), std::vector<std::string>(2, "in_ghbnStatus != Hostent::GHBN_SUCCESS"));
     EXPECT_EQ(HostNameServerPeer::cacheSize(server()), 0u);

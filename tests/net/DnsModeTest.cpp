@@ -1,0 +1,434 @@
+// The resolver in DNS mode: choosing and configuring it (the server list parameter, the host's own list, the
+// primary domain, the DNS task), resolution through the public calls against dnsmasq and the scripted
+// responder, and the DNS answer callback fed well-formed, odd, truncated and corrupted answers directly.
+#include <ares.h>
+
+#include <algorithm>
+
+#include "DnsMode.h"
+#include "net/DNS.h"
+#include "platform/AresReactorTask.h"
+#include "support/AresChannel.h"
+#include "support/AssertCapture.h"
+#include "support/BoundedWait.h"
+#include "support/HostLookupHook.h"
+#include "support/LogCapture.h"
+
+using namespace std::chrono_literals;
+using corvane_test::addressesOf;
+using corvane_test::DnsResponder;
+using corvane_test::Heard;
+using Tarvik::Hostent;
+using Tarvik::HostNameServer;
+using Tarvik::HostNameServerPeer;
+namespace Net = Tarvik::Net;
+namespace dns = corvane_test::dns;
+
+namespace {
+
+const ACE_Time_Value kFiveSeconds(5);
+const char* const kParseFailure =
+    "failed to parse the value of parameter corvane.net.HostNameServer.DNSServerIPAddrList";
+const char* const kNoHostList = "failed to retrieve this host's DNS servers";
+// The condition text of the DNS task check, as the assertion reports it.
+const char* const kTaskStartedElsewhere =
+    R"("If this condition occurs, it means the " "AresReactorTask singleton was initialized in " )"
+    R"("more than one place in the code. " "This is unsupported." && )"
+    R"((aresTask.getTaskState() == Task::STOPPED_STATE))";
+
+// The first address that a resolution of the name gives, or the status's name.
+std::string firstAddress(const char* in_szName) {
+    Hostent h;
+    Hostent::GetHostByNameStatus status = Hostent::GHBN_SUCCESS;
+    if (!HostNameServer::getInstance().resolve(in_szName, h, status, kFiveSeconds, false)) {
+        return Hostent::getGetHostByNameStatusString(status);
+    }
+    return addressesOf(h).at(0);
+}
+
+dns::Bytes answerCnameAA() {
+    return dns::response("www.a.test", {dns::cname(dns::pointer(12), "edge.a.test", 300),
+                                        dns::a(dns::name("edge.a.test"), "10.0.0.2", 120),
+                                        dns::a(dns::name("edge.a.test"), "10.0.0.3", 45)});
+}
+dns::Bytes oneA(const char* name, const char* address, uint32_t ttl) {
+    return dns::response(name, {dns::a(dns::pointer(12), address, ttl)});
+}
+
+class DnsConfigure : public corvane_test::DnsModeTest {};
+
+TEST_F(DnsConfigure, ValuesThatNameNoUsableServerFailTheStart) {
+    corvane_test::HostLookupHook hook;
+    std::string tooMany;
+    for (int i = 1; i <= 11; ++i) tooMany += "nameserver 10.0.0." + std::to_string(i) + "\n";
+    const struct {
+        const char* value;
+        std::string resolverConfig;  // "-": unreadable
+        std::string logged;
+    } rows[] = {
+        {"", "", kParseFailure},
+        {"use-host-dns-list", "domain corvane.test\n# nameserver 10.0.0.1\nnameserver ::1\n", kParseFailure},
+        {"use-host-dns-list", "-", kNoHostList},
+        {"use-host-dns-list", tooMany, kNoHostList},
+        {"nowhere.test", "",  // the hook knows no such name
+         "failed to resolve hostname nowhere.test while configuring DNS from parameter "
+         "corvane.net.HostNameServer.DNSServerIPAddrList : GHBN_HOST_NOT_FOUND"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.value + (" " + row.logged));
+        setResolverConfig(row.resolverConfig);
+        set(kServersParam, row.value);
+        corvane_test::LogCapture log;
+        EXPECT_FALSE(Net::initializeLibrary());
+        EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, row.logged));
+        EXPECT_FALSE(server().isDnsMode());
+    }
+}
+
+TEST_F(DnsConfigure, ServersAreAskedPrimaryFirstAndShortNamesInThePrimaryDomain) {
+    DnsResponder first("127.53.62.20");
+    DnsResponder second("127.53.62.21");
+    first.answer("who.test", oneA("who.test", "10.60.20.1", 60));
+    first.answer("short.corvane.test",
+                 oneA("short.corvane.test", "10.60.25.1", 60));
+    second.answer("who.test", oneA("who.test", "10.60.21.1", 60));
+    startServer(first);
+    startServer(second);
+    const char* const kDomainUnread = "HostNameServer::configureCAres : call to GetNetworkParams() failed\n";
+    const struct {
+        const char* value;
+        const char* resolverConfig;  // "-": unreadable
+        const char* servers;         // as logged
+        const char* domain;          // as logged, "" for none
+        const char* who;             // what who.test resolves to
+        const char* shortName;       // what "short" resolves to
+    } rows[] = {
+        {"127.53.62.20,127.53.62.21", "domain corvane.test\n", "127.53.62.20 127.53.62.21", "corvane.test",
+         "10.60.20.1", "10.60.25.1"},
+        {"127.53.62.21,127.53.62.20", "nameserver 10.0.0.1\n", "127.53.62.21 127.53.62.20", "", "10.60.21.1",
+         "GHBN_OTHER_ERROR"},
+        {"use-host-dns-list", "nameserver 127.53.62.21\nnameserver 127.53.62.20\n", "127.53.62.21 127.53.62.20", "",
+         "10.60.21.1", "GHBN_OTHER_ERROR"},
+        {"127.53.62.20", "-", "127.53.62.20", "", "10.60.20.1", "GHBN_OTHER_ERROR"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.value);
+        setResolverConfig(row.resolverConfig);
+        corvane_test::LogCapture log;
+        startWith(row.value);
+        EXPECT_EQ(log.count(std::string("DNS server list, primary first : ") + row.servers), 1u);
+        EXPECT_EQ(log.count(std::string("Primary DNS domain name : ") + row.domain), *row.domain ? 1u : 0u);
+        EXPECT_EQ(log.count(kDomainUnread), *row.resolverConfig == '-' ? 1u : 0u);
+        EXPECT_EQ(firstAddress("who.test"), row.who);
+        EXPECT_EQ(firstAddress("short"), row.shortName);
+        restart();
+    }
+    EXPECT_EQ(first.queryCount("who.test"), 2);
+    EXPECT_EQ(second.queryCount("who.test"), 2);
+
+    // A host name entry is resolved once, through the operating system, at configuration.
+    corvane_test::HostLookupHook hook;
+    corvane_test::LogCapture log;
+    startWith("localhost");
+    EXPECT_EQ(hook.lookups(), 1);
+    EXPECT_EQ(log.count("DNS server list, primary first : localhost"), 1u);
+}
+
+TEST_F(DnsConfigure, HostDnsServersAreAppendedPrimaryFirst) {
+    setResolverConfig("nameserver 10.0.0.2\nnameserver ::1\nnameserver 10.0.0.1\n");
+    corvane_test::AssertCapture asserts;
+    Tarvik::StringVector servers = {"kept"};
+    EXPECT_FALSE(Net::getAdapterDNSServers(servers, "eth0"));
+    EXPECT_TRUE(asserts.contains("Not implemented : getAdapterDNSServers with in_szAdapterName != 0"));
+    EXPECT_TRUE(Net::getAdapterDNSServers(servers, nullptr));
+    EXPECT_EQ(servers, (Tarvik::StringVector{"kept", "10.0.0.2", "10.0.0.1"}));
+}
+
+TEST_F(DnsConfigure, ChannelAndDnsTaskAreTheResolversOwn) {
+    DnsResponder responder("127.53.62.26");
+    startServer(responder);
+    startWith(responder.address());
+    {
+        // A callback resolution is refused: the callback stays the caller's.
+        corvane_test::AssertCapture asserts;
+        Heard heard;
+        corvane_test::Recorder callback(heard);
+        EXPECT_FALSE(server().resolve("who.test", &callback, ACE_Time_Value(1), false));
+        EXPECT_TRUE(asserts.contains("Not implemented : asynchronous DNS resolution using a callback"));
+        EXPECT_EQ(heard.told(), 0);
+    }
+    ASSERT_TRUE(Net::forcedCloseLibrary());
+    {
+        corvane_test::AssertCapture asserts;
+        EXPECT_FALSE(Net::initializeLibrary()) << "stopping keeps the channel";
+        EXPECT_TRUE(asserts.contains("m_aresChannel == 0"));
+    }
+    restart();
+
+    // A DNS task that runs at configuration fails the start.
+    corvane_test::AresChannel channel(responder.address());
+    Tarvik::AresReactorTask& task = Tarvik::AresReactorTask::getInstance();
+    ASSERT_TRUE(task.setChannel(channel.get()));
+    ASSERT_TRUE(task.start());
+    {
+        corvane_test::AssertCapture asserts;
+        EXPECT_FALSE(Net::initializeLibrary());
+        EXPECT_TRUE(asserts.contains(kTaskStartedElsewhere));
+    }
+    task.stop();
+    task.waitUntilDone();
+    task.setChannel(nullptr);
+    EXPECT_EQ(responder.totalQueries(), 0);
+}
+
+TEST_F(DnsConfigure, DestroyedResolverTakesItsChannelAwayFromTheDnsTask) {
+    set(kServersParam, "127.53.62.40");
+    {
+        HostNameServer resolver;
+        ASSERT_TRUE(resolver.configure(Tarvik::GlobalConfig::getInstance().getConfig()));
+        ASSERT_TRUE(resolver.start());
+        ASSERT_TRUE(corvane_test::waitFor([&] { return resolver.getTaskState() == Tarvik::Task::RUNNING; }));
+        ASSERT_EQ(Tarvik::AresReactorTask::getInstance().getTaskState(), Tarvik::Task::RUNNING);
+    }
+    EXPECT_EQ(Tarvik::AresReactorTask::getInstance().getTaskState(), Tarvik::Task::STOPPED_STATE);
+    EXPECT_FALSE(Tarvik::AresReactorTask::getInstance().start()) << "no channel is left to start with";
+}
+
+class DnsResolve : public corvane_test::DnsModeTest {};
+
+TEST_F(DnsResolve, RecordsAliasesLiteralsAndUnknownNamesThroughDnsmasq) {
+    corvane_test::Dnsmasq dnsmasq("127.53.62.1");
+    dnsmasq.hostRecord("one.test", {"10.60.0.1"}, 42)
+        .hostRecord("multi.test", {"10.60.1.1", "10.60.1.2", "10.60.1.3"}, 30)
+        .cname("alias.test", "one.test", 30)
+        .cname("second.test", "alias.test", 30);
+    startServer(dnsmasq);
+    set(HostNameServer::getCacheSuccessParamName(), "true");
+    startWith(dnsmasq.address());
+    const struct {
+        const char* name;
+        Hostent::GetHostByNameStatus status;
+        std::vector<std::string> addresses;  // sorted: dnsmasq turns them round
+        const char* logged;                  // "" for none
+    } rows[] = {
+        {"one.test", Hostent::GHBN_SUCCESS, {"10.60.0.1"},
+         "HostNameServer::cacheSuccess : using specified TTL 42000ms"},
+        {"multi.test", Hostent::GHBN_SUCCESS, {"10.60.1.1", "10.60.1.2", "10.60.1.3"}, ""},
+        // A dotted literal is answered without a query, and replaces what the output held.
+        {"10.60.9.9", Hostent::GHBN_SUCCESS, {"10.60.9.9"},
+         "HostNameServer::getDNSARecords : hostname=10.60.9.9 timeout=5000ms"},
+        {"second.test", Hostent::GHBN_SUCCESS, {"10.60.0.1"}, ""},  // through two aliases
+        {"nx.test", Hostent::GHBN_OTHER_ERROR, {}, ""},
+    };
+    Hostent h;  // shared by the rows
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        corvane_test::LogCapture log(Tarvik::TRACE_LOG_LEVEL);
+        Hostent::GetHostByNameStatus status;
+        EXPECT_EQ(server().resolve(row.name, h, status, kFiveSeconds, true), row.status == Hostent::GHBN_SUCCESS);
+        EXPECT_EQ(status, row.status);
+        std::vector<std::string> addresses = addressesOf(h);
+        std::sort(addresses.begin(), addresses.end());
+        EXPECT_EQ(addresses, row.addresses);
+        EXPECT_STREQ(h.getHostent().h_name, row.status == Hostent::GHBN_SUCCESS ? row.name : nullptr);
+        EXPECT_EQ(log.count(row.logged), *row.logged ? 1u : 0u);
+        EXPECT_EQ(log.count("ENTER HostNameServer::getDNSARecords"), 1u);
+        EXPECT_EQ(log.contains(Tarvik::DEBUG_LOG_LEVEL, "DNSARecordWork::doWork"), row.name[0] != '1');
+    }
+}
+
+TEST_F(DnsResolve, QueriesThatTimeOutFailOrAreCutShortByACloseAnswerEveryCallerOnce) {
+    DnsResponder responder("127.53.62.5");
+    responder.answerLate("late.test", oneA("late.test", "10.60.5.1", 60), 300ms);
+    startServer(responder);
+    responder.setDefault({});  // nobody else is ever answered
+    set(HostNameServer::getCacheSuccessParamName(), "true");
+    set("corvane.net.HostNameServer.numThread", "2");
+    startWith(responder.address());
+    const std::string tooLong(300, 'x');
+    const struct {
+        const char* name;
+        ACE_Time_Value timeout;
+        Hostent::GetHostByNameStatus status;
+    } rows[] = {
+        {"silent.test", ACE_Time_Value(0, 200000), Hostent::GHBN_TIMEOUT},
+        {"late.test", ACE_Time_Value(0, 50000), Hostent::GHBN_TIMEOUT},
+        {nullptr, kFiveSeconds, Hostent::GHBN_OTHER_ERROR},  // names that cannot be asked
+        {"", kFiveSeconds, Hostent::GHBN_OTHER_ERROR},
+        {tooLong.c_str(), kFiveSeconds, Hostent::GHBN_OTHER_ERROR},
+    };
+    for (const auto& row : rows) {
+        Hostent h;
+        Hostent::GetHostByNameStatus status = Hostent::GHBN_SUCCESS;
+        EXPECT_FALSE(server().resolve(row.name, h, status, row.timeout, true));
+        EXPECT_EQ(status, row.status) << (row.name ? row.name : "null");
+        EXPECT_FALSE(h.isValid());
+    }
+    // The late answer is still cached once it comes.
+    ASSERT_TRUE(corvane_test::waitFor([] { return live(corvane_test::kDnsContainerAccount) == 1; }));
+    Hostent h;
+    Hostent::GetHostByNameStatus status;
+    EXPECT_TRUE(server().resolve("late.test", h, status, kFiveSeconds, true));
+    EXPECT_EQ(addressesOf(h), std::vector<std::string>{"10.60.5.1"});
+    EXPECT_EQ(responder.queryCount("late.test"), 1);
+
+    // Callers that wait on queries in flight are woken by the close, with a failure, not by their time-out.
+    std::vector<Hostent::GetHostByNameStatus> statuses(3, Hostent::GHBN_SUCCESS);
+    std::vector<std::thread> callers;
+    for (size_t c = 0; c < statuses.size(); ++c) {
+        callers.emplace_back([c, &statuses] {
+            Hostent out;
+            server().resolve(("wait" + std::to_string(c) + ".test").c_str(), out, statuses[c], ACE_Time_Value(60),
+                             false);
+        });
+        EXPECT_TRUE(responder.waitForQueries("wait" + std::to_string(c) + ".test", 1, 10s));
+    }
+    EXPECT_TRUE(Net::forcedCloseLibrary());
+    for (auto& caller : callers) caller.join();
+    EXPECT_EQ(statuses, std::vector<Hostent::GetHostByNameStatus>(3, Hostent::GHBN_OTHER_ERROR));
+    EXPECT_TRUE(drained(corvane_test::kDnsContainerAccount));
+    EXPECT_TRUE(drained(corvane_test::kDnsWorkAccount));
+    EXPECT_TRUE(drained(corvane_test::kDnsFutureAccount));
+}
+
+void deliver(Heard& out_heard, const std::string& name, int status, const dns::Bytes& answer,
+             bool useCache = false) {
+    HostNameServerPeer::dnsAnswer(HostNameServer::getInstance(), name, new corvane_test::Recorder(out_heard),
+                                  useCache, status, answer);
+}
+
+class DnsAnswer : public corvane_test::DnsModeTest {};
+
+TEST_F(DnsAnswer, AnswerGivesItsAddressesInOrderWithTheLastRecordsTtlOrAFailure) {
+    dns::Bytes nxdomain = dns::response("a.test", {}, dns::RCODE_NXDOMAIN);
+    nxdomain[0] = 0x12;  // id 4660
+    nxdomain[1] = 0x34;
+    const dns::Bytes one = oneA("a.test", "10.0.0.1", 60);  // records point at the question's name (offset 12)
+    const auto ok = Hostent::GHBN_SUCCESS;
+    const auto other = Hostent::GHBN_OTHER_ERROR;
+    const std::string callback = "HostNameServer::DNSARecordWork::aresCallback : ";
+    const struct {
+        const char* label;
+        int aresStatus;
+        dns::Bytes answer;
+        Hostent::GetHostByNameStatus status;  // GHBN_TIMEOUT: the client hears of a time-out
+        std::vector<std::string> addresses;
+        ACE_Time_Value ttl;
+        const char* toldName;
+        std::string logged;  // "" for none
+    } rows[] = {
+        {"one A", ARES_SUCCESS, one, ok, {"10.0.0.1"}, ACE_Time_Value(60), "a.test",
+         callback + "strQuestion=a.test IN A"},
+        {"CNAME, A, A: the last TTL", ARES_SUCCESS, answerCnameAA(), ok, {"10.0.0.2", "10.0.0.3"},
+         ACE_Time_Value(45), "a.test", callback + "strHostName=www.a.test, pCallback->m_strHostname=a.test"},
+        {"only a CNAME and a TXT", ARES_SUCCESS,
+         dns::response("a.test", {dns::cname(dns::pointer(12), "b.test", 30),
+                                  dns::record(dns::pointer(12), dns::TYPE_TXT, 77, {2, 'h', 'i'})}),
+         ok, {}, ACE_Time_Value(77), "a.test", ""},
+        // 2,147,484 s is 2,147,484,000 ms: past INT32_MAX, it wraps to -2,147,483,296 ms.
+        {"TTL that wraps", ARES_SUCCESS, oneA("a.test", "10.0.0.7", 2147484), ok, {"10.0.0.7"},
+         ACE_Time_Value(-2147483, -296000), "a.test", ""},
+        {"no question", ARES_SUCCESS,
+         dns::cat({dns::header(0, dns::RESPONSE_FLAGS, 0, 1), dns::a(dns::name("x.test"), "10.0.0.9", 5)}), ok,
+         {"10.0.0.9"}, ACE_Time_Value(5), "a.test", callback + "strHostName=, pCallback->m_strHostname=a.test"},
+        {"A record of 5 bytes", ARES_SUCCESS,
+         dns::response("a.test", {dns::a(dns::pointer(12), "10.0.0.1", 60),
+                                  dns::record(dns::pointer(12), dns::TYPE_A, 60, dns::Bytes(5, 7))}),
+         other, {"10.0.0.1"}, ACE_Time_Value::zero, "???hostname???", "aresCallback : aptr == 0"},
+        {"no data", ARES_ENODATA, one, Hostent::GHBN_NO_ADDRESS, {}, ACE_Time_Value::zero, "a.test", ""},
+        {"not found", ARES_ENOTFOUND, nxdomain, other, {}, ACE_Time_Value::zero, "a.test",
+         callback + "id=4660, opcode=QUERY, rcode=NXDOMAIN"},
+        {"time-out with an answer", ARES_ETIMEOUT, one, Hostent::GHBN_TIMEOUT, {}, {}, "a.test", ""},
+        // Without a whole header the length check comes first, whatever the status.
+        {"time-out without answer", ARES_ETIMEOUT, dns::Bytes(11, 0), other, {}, ACE_Time_Value::zero, "a.test",
+         callback + "alen < HFIXEDSZ. Possible cause : c-ares failed to build the DNS query. alen=11, HFIXEDSZ=12"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.label);
+        corvane_test::LogCapture log;
+        Heard heard;
+        deliver(heard, "a.test", row.aresStatus, row.answer);
+        const bool timedOut = row.status == Hostent::GHBN_TIMEOUT;
+        EXPECT_EQ(heard.timeouts.load(), timedOut ? 1 : 0);
+        EXPECT_EQ(heard.told() + heard.destroyed, 2);
+        EXPECT_EQ(heard.name, row.toldName);
+        EXPECT_EQ(heard.status, timedOut ? Hostent::GHBN_OTHER_ERROR : row.status);  // as the recorder began
+        EXPECT_EQ(heard.addresses, row.addresses);
+        EXPECT_EQ(heard.ttl, row.ttl);
+        EXPECT_EQ(heard.recordName, row.aresStatus == ARES_ETIMEOUT ? "" : "a.test");
+        EXPECT_EQ(log.count(row.logged), row.logged.empty() ? 0u : 1u);
+    }
+    EXPECT_EQ(live(corvane_test::kDnsContainerAccount), 0);
+}
+
+TEST_F(DnsAnswer, OutcomeReachesTheCacheUnderTheRequestedName) {
+    set("corvane.net.HostNameServer.cacheSuccess", "true");
+    set("corvane.net.HostNameServer.cacheFailures", "true");
+    set("corvane.net.HostNameServer.cacheFlushTimeoutMs", "10000");
+    ASSERT_TRUE(Net::initializeLibrary());
+    const struct {
+        const char* name;
+        int aresStatus;
+        dns::Bytes answer;
+        const char* logged;
+    } rows[] = {
+        {"a.test", ARES_SUCCESS, oneA("other.test", "10.0.0.9", 0),
+         "HostNameServer::cacheSuccess : no TTL specified -> using default value 10000ms"},
+        // The placeholder name of a bad record notwithstanding.
+        {"bad.test", ARES_SUCCESS,
+         dns::response("bad.test", {dns::record(dns::pointer(12), dns::TYPE_A, 60, dns::Bytes(5, 7))}),
+         "HostNameServer::cacheFailure : cached failure of bad.test"},
+        {"slow.test", ARES_ETIMEOUT, oneA("slow.test", "10.0.0.1", 60),
+         "HostNameServer::cacheFailure : cached failure of slow.test"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        corvane_test::LogCapture log;
+        Heard heard;
+        deliver(heard, row.name, row.aresStatus, row.answer, true);
+        EXPECT_EQ(log.count(row.logged), 1u);
+        EXPECT_EQ(heard.told(), 1);
+    }
+    Hostent h;
+    Hostent::GetHostByNameStatus status;
+    bool usable = false;
+    EXPECT_TRUE(HostNameServerPeer::getHostentInCache(server(), "a.test", h, status, usable));
+    EXPECT_TRUE(usable);
+    EXPECT_FALSE(HostNameServerPeer::getHostentInCache(server(), "other.test", h, status, usable));
+}
+
+TEST_F(DnsAnswer, EveryTruncationOrCorruptionGivesExactlyOneFailure) {
+    // Offsets in answerCnameAA(): header 0-11 (question count 4-5, answer count 6-7), question 12-27,
+    // CNAME from 28: owner pointer 28-29, type 30, class 32, TTL 34, data length 38-39, data from 40.
+    const dns::Bytes good = answerCnameAA();
+    const auto with = [&good](size_t offset, uint8_t first, uint8_t second) {
+        dns::Bytes out = good;
+        out.at(offset) = first;
+        out.at(offset + 1) = second;
+        return out;
+    };
+    std::vector<dns::Bytes> rows = {
+        with(6, 0, 4),         // one answer more than there are
+        with(4, 0xff, 0xff),   // most questions
+        with(38, 0xff, 0xff),  // CNAME data longer than the answer
+        with(28, 0xc0, 28),    // owner pointer to itself
+        with(12, 0xc0, 12),    // question name pointer to itself
+    };
+    for (size_t length = 0; length < good.size(); ++length) rows.emplace_back(good.begin(), good.begin() + length);
+    for (const dns::Bytes& answer : rows) {
+        SCOPED_TRACE(::testing::PrintToString(answer));
+        Heard heard;
+        deliver(heard, "www.a.test", ARES_SUCCESS, answer);
+        EXPECT_EQ(heard.results.load(), 1);
+        EXPECT_EQ(heard.destroyed.load(), 1);
+        EXPECT_EQ(heard.status, Hostent::GHBN_OTHER_ERROR);
+    }
+    // Fewer answers than there are: the rest is not read.
+    Heard fewer;
+    deliver(fewer, "www.a.test", ARES_SUCCESS, with(6, 0, 2));
+    EXPECT_EQ(fewer.status, Hostent::GHBN_SUCCESS);
+    EXPECT_EQ(fewer.addresses, std::vector<std::string>{"10.0.0.2"});
+    EXPECT_EQ(fewer.ttl, ACE_Time_Value(120));
+}
+
+}  // namespace

@@ -8,7 +8,6 @@
 #include "net/Uri.h"
 #include "support/AssertCapture.h"
 #include "support/HostLookupHook.h"
-#include "support/LibraryFixture.h"
 #include "support/LogCapture.h"
 
 using Tarvik::Uri;
@@ -60,12 +59,10 @@ TEST(Uri, InitFromUrlTextTakesSipUrlsOnly) {
     } rows[] = {
         {"sip:bob@10.0.0.2:5070", true, "sip:bob@10.0.0.2:5070", {}},
         {"SIP:bob@host.example.com;transport=tcp", true, "sip:bob@host.example.com", {}},
-        {"sip:carol@[::1]:5070", true, "sip:carol@[::1]:5070", {}},
         {"sip:10.0.0.2", true, "sip:alice@10.0.0.2", {}},  // a URL without a user keeps the old one
         {"tel:+15551234", false, "sip:alice@10.0.0.1:5060", {"Not implemented : tel urls"}},
         {"alice", false, ":", {invalid + "4", failed + "alice) to a Uri"}},
         {"im:a@example.com", false, ":", {invalid + "2", failed + "im:a@example.com) to a Uri"}},
-        {"pres:a@example.com", false, ":", {invalid + "3", failed + "pres:a@example.com) to a Uri"}},
         {"sip:a@h:port", false, ":",
          {"Uri::initFrom : failed to parse URI : SipUrlParserException: failed in Decode",
           failed + "sip:a@h:port) to a Uri"}},
@@ -110,10 +107,8 @@ TEST(Uri, TreeWalkFillsNamedNodesFromTheirTokens) {
     EXPECT_EQ(text(uri), ":");
 }
 
-class Canonicalize : public corvane_test::LibraryTest {};
-
 // In a network of its own a name that is not in the hosts file fails without a packet leaving the machine.
-TEST_F(Canonicalize, FillsTheSipPortAndPutsTheAddressInPlaceOfTheHost) {
+TEST(Canonicalize, FillsTheSipPortAndPutsTheAddressInPlaceOfTheHost) {
     if (!corvane_test::isNamespaceRun()) return corvane_test::rerunInOwnNamespace({});
     corvane_test::LogCapture log;
     Uri uri = make("sip", "", "10.0.0.1", "");
@@ -138,7 +133,6 @@ TEST_F(Canonicalize, FillsTheSipPortAndPutsTheAddressInPlaceOfTheHost) {
         std::string log;  // the last message, empty on success
     } rows[] = {
         {make("sip", "alice", "127.0.0.1", ""), direct, "sip:alice@127.0.0.1:5060", ""},
-        {make("http", "", "10.0.0.1", "80"), direct, "http:10.0.0.1:80", ""},
         {make("SIP", "", "127.0.0.1", ""), direct, "SIP:127.0.0.1", unknownProtocol},
         {make("sip", "", "nowhere.test", ""), direct, "sip:nowhere.test", "Unknown host: \"nowhere.test\""},
         {make("sip", "a", "localhost", ""), twoSeconds, "sip:a@127.0.0.1:5060", ""},
@@ -163,4 +157,5 @@ TEST_F(Canonicalize, FillsTheSipPortAndPutsTheAddressInPlaceOfTheHost) {
     EXPECT_EQ(out, "sip:carol@127.0.0.1:5070");
     EXPECT_FALSE(Tarvik::canonicalizeURI("not a uri", out, direct));
     EXPECT_EQ(out, "not a uri");
+    Tarvik::Net::forcedCloseLibrary();
 }

@@ -90,11 +90,6 @@ const ACE_Time_Value kFiveSeconds(5);
 const char* const kParseFailure =
     "failed to parse the value of parameter corvane.net.HostNameServer.DNSServerIPAddrList";
 const char* const kNoHostList = "failed to retrieve this host's DNS servers";
-// The condition text of the DNS task check, as the assertion reports it.
-const char* const kTaskStartedElsewhere =
-    R"("If this condition occurs, it means the " "AresReactorTask singleton was initialized in " )"
-    R"("more than one place in the code. " "This is unsupported." && )"
-    R"((aresTask.getTaskState() == Task::STOPPED_STATE))";
 
 // The first address that a resolution of the name gives, or the status's name.
 std::string firstAddress(const char* in_szName) {
@@ -149,8 +144,7 @@ TEST_F(DnsConfigure, ServersAreAskedPrimaryFirstAndShortNamesInThePrimaryDomain)
     DnsResponder first("127.53.62.20");
     DnsResponder second("127.53.62.21");
     first.answer("who.test", oneA("who.test", "10.60.20.1", 60));
-    first.answer("short.corvane.test",
-                 oneA("short.corvane.test", "10.60.25.1", 60));
+    first.answer("short.corvane.test", oneA("short.corvane.test", "10.60.25.1", 60));
     second.answer("who.test", oneA("who.test", "10.60.21.1", 60));
     startServer(first);
     startServer(second);
@@ -233,7 +227,11 @@ TEST_F(DnsConfigure, ChannelAndDnsTaskAreTheResolversOwn) {
     {
         corvane_test::AssertCapture asserts;
         EXPECT_FALSE(Net::initializeLibrary());
-        EXPECT_TRUE(asserts.contains(kTaskStartedElsewhere));
+        // The condition text of the DNS task check, as the assertion reports it.
+        EXPECT_TRUE(asserts.contains(
+            R"("If this condition occurs, it means the " "AresReactorTask singleton was initialized in " )"
+            R"("more than one place in the code. " "This is unsupported." && )"
+            R"((aresTask.getTaskState() == Task::STOPPED_STATE))"));
     }
     task.stop();
     task.waitUntilDone();
@@ -271,8 +269,7 @@ TEST_F(DnsResolve, RecordsAliasesLiteralsAndUnknownNamesThroughDnsmasq) {
         std::vector<std::string> addresses;  // sorted: dnsmasq turns them round
         const char* logged;                  // "" for none
     } rows[] = {
-        {"one.test", Hostent::GHBN_SUCCESS, {"10.60.0.1"},
-         "HostNameServer::cacheSuccess : using specified TTL 42000ms"},
+        {"one.test", Hostent::GHBN_SUCCESS, {"10.60.0.1"}, "HostNameServer::cacheSuccess : using specified TTL 42000ms"},
         {"multi.test", Hostent::GHBN_SUCCESS, {"10.60.1.1", "10.60.1.2", "10.60.1.3"}, ""},
         // A dotted literal is answered without a query, and replaces what the output held.
         {"10.60.9.9", Hostent::GHBN_SUCCESS, {"10.60.9.9"},

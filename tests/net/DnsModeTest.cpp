@@ -418,7 +418,6 @@ TEST_F(DnsAnswer, AnswerGivesItsAddressesInOrderWithTheLastRecordsTtlOrAFailure)
 TEST_F(DnsAnswer, OutcomeReachesTheCacheUnderTheRequestedName) {
     set("corvane.net.HostNameServer.cacheSuccess", "true");
     set("corvane.net.HostNameServer.cacheFailures", "true");
-    set("corvane.net.HostNameServer.cacheFlushTimeoutMs", "10000");
     ASSERT_TRUE(Net::initializeLibrary());
     const struct {
         const char* name;
@@ -446,8 +445,7 @@ TEST_F(DnsAnswer, OutcomeReachesTheCacheUnderTheRequestedName) {
     Hostent h;
     Hostent::GetHostByNameStatus status;
     bool usable = false;
-    EXPECT_TRUE(HostNameServerPeer::getHostentInCache(server(), "a.test", h, status, usable));
-    EXPECT_TRUE(usable);
+    EXPECT_TRUE(HostNameServerPeer::getHostentInCache(server(), "a.test", h, status, usable) && usable);
     EXPECT_FALSE(HostNameServerPeer::getHostentInCache(server(), "other.test", h, status, usable));
 }
 

@@ -376,6 +376,7 @@ TEST(Uri, InitFromUrlTextTakesSipUrlsOnly) {
         {"tel:+15551234", false, "sip:alice@10.0.0.1:5060", {"Not implemented : tel urls"}},
         {"alice", false, ":", {invalid + "4", failed + "alice) to a Uri"}},
         {"im:a@example.com", false, ":", {invalid + "2", failed + "im:a@example.com) to a Uri"}},
+        {"pres:a@example.com", false, ":", {invalid + "3", failed + "pres:a@example.com) to a Uri"}},
         {"sip:a@h:port", false, ":",
          {"Uri::initFrom : failed to parse URI : SipUrlParserException: failed in Decode",
           failed + "sip:a@h:port) to a Uri"}},

@@ -324,7 +324,8 @@ TEST_F(DnsResolve, RecordsAliasesLiteralsAndUnknownNamesThroughDnsmasq) {
         std::vector<std::string> addresses;  // sorted: dnsmasq turns them round
         const char* logged;                  // "" for none
     } rows[] = {
-        {"one.test", Hostent::GHBN_SUCCESS, {"10.60.0.1"}, "HostNameServer::cacheSuccess : using specified TTL 42000ms"},
+        {"one.test", Hostent::GHBN_SUCCESS, {"10.60.0.1"},
+         "HostNameServer::cacheSuccess : using specified TTL 42000ms"},
         {"multi.test", Hostent::GHBN_SUCCESS, {"10.60.1.1", "10.60.1.2", "10.60.1.3"}, ""},
         // A dotted literal is answered without a query, and replaces what the output held.
         {"10.60.9.9", Hostent::GHBN_SUCCESS, {"10.60.9.9"},

@@ -227,7 +227,8 @@ TEST(IPAddress, ReadsExactlyTheWrittenFormsWithAnOptionalPort) {
         const char* read;  // written form of the address read, or null when failbit is set
     } rows[] = {
         {"10.0.0.1:5060", "10.0.0.1:5060"}, {"  010.001.000.001:08", "10.1.0.1:8"}, {"0.0.0.0:7", "INADDR_ANY:7"},
-        {"INADDR_ANY", "INADDR_ANY:0"}, {"INADDR", "INADDR_ANY:0"}, {"255.255.255.255:65535", "255.255.255.255:65535"},
+        {"INADDR_ANY", "INADDR_ANY:0"}, {"INADDR", "INADDR_ANY:0"},
+        {"255.255.255.255:65535", "255.255.255.255:65535"},
         {"1.2.3", nullptr}, {"1.2.3.4:", nullptr}, {"1.2.3.4:x", nullptr}, {"1.2.3.4:65536", nullptr},
         {"256.1.1.1", nullptr}, {"+1.2.3.4", nullptr}, {"INADDR_ANX", nullptr}, {"INADDR_ANY:", nullptr},
         {"", nullptr}, {":5", nullptr},

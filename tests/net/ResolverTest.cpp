@@ -218,7 +218,8 @@ TEST_F(Resolver, CallbackIsToldOnceOfTheResultOrOfItsTimeOut) {
         const char* logged;
     } rows[] = {
         {"10.5.0.1", ACE_Time_Value::max_time, 0, 1, "HostNameServer::getHostByName : hostname=10.5.0.1 timeout="},
-        {"10.5.0.2", ACE_Time_Value(0, 250000), 0, 1, "HostNameServer::getHostByName : hostname=10.5.0.2 timeout=250ms"},
+        {"10.5.0.2", ACE_Time_Value(0, 250000), 0, 1,
+         "HostNameServer::getHostByName : hostname=10.5.0.2 timeout=250ms"},
         {"10.5.0.3", ACE_Time_Value::zero, 200, 0, "HostNameServer::getHostByName : hostname=10.5.0.3 timeout=0ms"},
     };
     for (const auto& row : rows) {

@@ -1,11 +1,10 @@
-// The library's front door, its parameters, and resolution through the
-// operating system's resolver, waiting with a time-out or with a callback.
+// The records of a resolution, the library's front door, its parameters, resolution through the operating
+// system's resolver (waiting with a time-out or with a callback), and its cache: successes live for their
+// time-to-live, failures are recorded but never served, and a restart forgets everything.
 #include <netdb.h>
 
-#include <thread>
-#include <vector>
+#include <sstream>
 
-#include "net/StaticHostNameServer.h"
 #include "platform/ParameterInfoDB.h"
 #include "support/AssertCapture.h"
 #include "support/BoundedWait.h"
@@ -20,13 +19,70 @@ using corvane_test::Heard;
 using corvane_test::Recorder;
 using Tarvik::Hostent;
 using Tarvik::HostNameServer;
+using Tarvik::HostNameServerPeer;
 namespace Net = Tarvik::Net;
 
 namespace {
 
 const ACE_Time_Value kTwoSeconds(2, 0);
+std::atomic<long> s_nowUsec{1000000000L * 1000000L};  // the clock that decides expiry, moved by the tests
 
-class Resolver : public corvane_test::LibraryTest {};
+// A record of IPv4 addresses, each given by its last byte (10.0.0.x).
+Hostent make(const std::vector<unsigned char>& in_lastBytes) {
+    Hostent h;
+    h.setName("www.example.test");
+    h.setAddressTypeAndLength(AF_INET, 4);
+    for (unsigned char last : in_lastBytes) {
+        const unsigned char address[4] = {10, 0, 0, last};
+        h.addAddress(address);
+    }
+    return h;
+}
+
+std::string printed(const Hostent& in_h) {
+    std::ostringstream os;
+    in_h.write(os);
+    return os.str();
+}
+
+class Resolver : public corvane_test::LibraryTest {
+protected:
+    void SetUp() override {
+        HostNameServer::setClockForTest([] { return ACE_Time_Value(s_nowUsec / 1000000, s_nowUsec % 1000000); });
+    }
+    void TearDown() override {
+        corvane_test::LibraryTest::TearDown();
+        HostNameServer::setClockForTest(nullptr);
+    }
+    // Starts with these cacheSuccess, cacheFailures and cacheFlushTimeoutMs values.
+    static void start(const char* in_szSuccess, const char* in_szFailures, const char* in_szFlushMs = "10000") {
+        set("corvane.net.HostNameServer.cacheSuccess", in_szSuccess);
+        set("corvane.net.HostNameServer.cacheFailures", in_szFailures);
+        set("corvane.net.HostNameServer.cacheFlushTimeoutMs", in_szFlushMs);
+        ASSERT_TRUE(Net::initializeLibrary());
+    }
+    // Every object of a callback resolution is gone (bounded wait).
+    static void expectAllDrained() {
+        for (const char* account : {"AsynchGHBNCallbackContainer", "AsynchGHBNTimeoutProcessor",
+                                    "GetHostByNameCallbackProxy", "HostNameServer::GetHostByNameWork", "Hostent"}) {
+            EXPECT_TRUE(drained(account)) << account << " " << live(account);
+        }
+    }
+    // The first address of a hit in the cache, "" for a miss.
+    static std::string hit(const char* name) {
+        Hostent h;
+        Hostent::GetHostByNameStatus status;
+        bool usable = false;
+        if (!HostNameServerPeer::getHostentInCache(server(), name, h, status, usable)) return "";
+        return usable ? addressesOf(h).at(0) : "unusable";
+    }
+    static void store(const char* name, Hostent::GetHostByNameStatus status, ACE_Time_Value ttl = {},
+                      const char* address = "10.0.0.1") {
+        Hostent h;
+        if (status == Hostent::GHBN_SUCCESS) h.getHostByName(address, status);
+        HostNameServerPeer::updateCache(server(), name, h, status, ttl);
+    }
+};
 
 TEST(LibraryParameters, AreRegisteredInOrderWithTypeDefaultAndDescription) {
     const struct {
@@ -59,9 +115,6 @@ TEST(LibraryParameters, AreRegisteredInOrderWithTypeDefaultAndDescription) {
         EXPECT_EQ(ours[i].hasDefault ? ours[i].defaultValue : "", rows[i].defaultValue) << rows[i].name;
         EXPECT_EQ(ours[i].description.rfind(rows[i].description, 0), 0u) << ours[i].description;
     }
-    EXPECT_STREQ(HostNameServer::getCacheSuccessParamName(), rows[2].name);
-    EXPECT_STREQ(HostNameServer::getCacheFailuresParamName(), rows[1].name);
-    EXPECT_STREQ(HostNameServer::getCacheFlushTimeoutMsParamName(), rows[0].name);
 }
 
 TEST_F(Resolver, StartChecksItsParameters) {
@@ -72,8 +125,7 @@ TEST_F(Resolver, StartChecksItsParameters) {
         const char* logged;  // at ERROR when the start fails, else at WARN ("" for none)
     } rows[] = {
         {"corvane.net.HostNameServer.numThread", "0", false, "corvane.net.HostNameServer.numThread must be >= 1"},
-        {"corvane.net.HostNameServer.numThread", "-3", false, "corvane.net.HostNameServer.numThread must be >= 1"},
-        {"corvane.net.HostNameServer.numThread", "2", true, ""},
+        {"corvane.net.HostNameServer.numThread", "1", true, ""},
         {"corvane.net.HostNameServer.cacheFlushTimeoutMs", "0", true,
          "corvane.net.HostNameServer.cacheFlushTimeoutMs parameter must have a value > 0. Ignoring"},
         {"corvane.net.HostNameServer.cacheFlushTimeoutMs", "1", true, ""},
@@ -82,12 +134,12 @@ TEST_F(Resolver, StartChecksItsParameters) {
         SCOPED_TRACE(std::string(row.name) + "=" + row.value);
         set(row.name, row.value);
         corvane_test::LogCapture log;
-        EXPECT_EQ(Net::initializeLibrary(), row.started);
-        EXPECT_EQ(server().getTaskState() == Tarvik::Task::RUNNING, row.started);
-        EXPECT_EQ(log.count("Succesfully initialized Net library"), row.started ? 1u : 0u);
-        const int level = row.started ? Tarvik::WARN_LOG_LEVEL : Tarvik::ERROR_LOG_LEVEL;
-        EXPECT_EQ(log.contains(level, row.logged), *row.logged != '\0');
-        EXPECT_EQ(log.contains(level, "must"), *row.logged != '\0');
+        const bool started = row.started;
+        EXPECT_EQ(Net::initializeLibrary(), started);
+        EXPECT_EQ(server().getTaskState() == Tarvik::Task::RUNNING, started);
+        EXPECT_EQ(log.count("Succesfully initialized Net library"), started ? 1u : 0u);
+        const int level = started ? Tarvik::WARN_LOG_LEVEL : Tarvik::ERROR_LOG_LEVEL;
+        EXPECT_EQ(log.contains(level, *row.logged ? row.logged : "must"), *row.logged != '\0');
         Net::forcedCloseLibrary();
         Tarvik::GlobalConfig::getInstance().clear();
     }
@@ -116,47 +168,18 @@ TEST_F(Resolver, StoppedResolverRefusesWithoutTouchingOutputsAndForcedCloseSaysI
     }
 }
 
-TEST_F(Resolver, NamesResolveOrFailWithTheirStatus) {
-    ASSERT_TRUE(Net::initializeLibrary());
-    corvane_test::HostLookupHook hook;
-    const struct {
-        const char* name;
-        int hErrno;  // the operating system's failure, 0 for none
-        Hostent::GetHostByNameStatus status;
-        const char* address;  // "" when it fails
-    } rows[] = {
-        {"127.0.0.1", 0, Hostent::GHBN_SUCCESS, "127.0.0.1"},
-        {"10.0.0.1:5060", 0, Hostent::GHBN_SUCCESS, "10.0.0.1"},
-        {"localhost", 0, Hostent::GHBN_SUCCESS, "127.0.0.1"},
-        {"name.test", HOST_NOT_FOUND, Hostent::GHBN_HOST_NOT_FOUND, ""},
-        {"name.test", TRY_AGAIN, Hostent::GHBN_TRY_AGAIN, ""},
-        {"name.test", NO_RECOVERY, Hostent::GHBN_NO_RECOVERY, ""},
-        {"name.test", NO_DATA, Hostent::GHBN_NO_DATA, ""},
-        {"name.test", 12345, Hostent::GHBN_OTHER_ERROR, ""},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name + std::string(" ") + std::to_string(row.hErrno));
-        hook.setFailure(row.hErrno);
-        Hostent h;
-        Hostent::GetHostByNameStatus status = Hostent::GHBN_TIMEOUT;
-        EXPECT_EQ(server().resolve(row.name, h, status, kTwoSeconds, false), *row.address != '\0');
-        EXPECT_EQ(status, row.status);
-        EXPECT_EQ(addressesOf(h), *row.address ? std::vector<std::string>{row.address} : std::vector<std::string>{});
-    }
-}
-
-TEST_F(Resolver, CallIsLoggedAndATimeOutLeavesTheOutputAsItWasWhileTheLateResultIsCached) {
-    set(HostNameServer::getCacheSuccessParamName(), "true");
-    set(HostNameServer::getCacheFlushTimeoutMsParamName(), "10000");  // an earlier start may have left less
-    ASSERT_TRUE(Net::initializeLibrary());
+// A call is logged; a time-out leaves the output as it was while the late result is cached; the cache is used
+// only when asked, and never for a failure.
+TEST_F(Resolver, ResolvesThroughTheSystemAndItsCache) {
+    start("true", "true");
     corvane_test::HostLookupHook hook;
     Hostent h;
     Hostent::GetHostByNameStatus status = Hostent::GHBN_SUCCESS;
     corvane_test::LogCapture log;
     ASSERT_TRUE(server().resolve("10.2.3.1", h, status, ACE_Time_Value(1, 500000), false));
-    const char* const kCallLogged =
-        "HostNameServer::getHostByName : HostNameServer::getHostByName hostname=10.2.3.1 timeout=1500ms";
-    EXPECT_EQ(log.count(kCallLogged), 1u);
+    EXPECT_EQ(log.count("HostNameServer::getHostByName : HostNameServer::getHostByName hostname=10.2.3.1 "
+                        "timeout=1500ms"),
+              1u);
     EXPECT_TRUE(log.contains(Tarvik::DEBUG_LOG_LEVEL, "GetHostByNameWork::doWork : hostname = 10.2.3.1"));
     EXPECT_TRUE(log.contains(Tarvik::DEBUG_LOG_LEVEL, "GetHostByNameWork::doWork : Hostent = HOSTNAME : 10.2.3.1"));
     hook.setDelay(300ms);
@@ -165,33 +188,27 @@ TEST_F(Resolver, CallIsLoggedAndATimeOutLeavesTheOutputAsItWasWhileTheLateResult
         EXPECT_EQ(status, Hostent::GHBN_TIMEOUT);
         EXPECT_EQ(addressesOf(h), std::vector<std::string>{"10.2.3.1"});
     }
-    // The lookups go on in the background; once over, the next call is answered from the cache.
-    ASSERT_TRUE(corvane_test::waitFor([&] {
-        Hostent probe;
-        bool usable = false;
-        return Tarvik::HostNameServerPeer::getHostentInCache(server(), "10.2.3.4", probe, status, usable);
-    }));
-    EXPECT_TRUE(server().resolve("10.2.3.4", h, status, kTwoSeconds, true));
-    EXPECT_EQ(addressesOf(h), std::vector<std::string>{"10.2.3.4"});
-    EXPECT_EQ(hook.lookups(), 3);
+    ASSERT_TRUE(corvane_test::waitFor([] { return hit("10.2.3.4") == "10.2.3.4"; }));
+    hook.setDelay(0ms);
+    const struct {
+        const char* name;
+        bool useCache;
+        int hErrno;   // the system's failure; the mapping of every one is Hostent's
+        int lookups;  // after the call
+    } rows[] = {{"10.2.3.4", true, 0, 3}, {"10.2.3.4", false, 0, 4}, {"gone.test", true, NO_DATA, 5},
+                {"gone.test", true, NO_DATA, 6}};
+    for (const auto& row : rows) {
+        hook.setFailure(row.hErrno);
+        EXPECT_EQ(server().resolve(row.name, h, status, kTwoSeconds, row.useCache), row.hErrno == 0);
+        EXPECT_EQ(status, row.hErrno == 0 ? Hostent::GHBN_SUCCESS : Hostent::GHBN_NO_DATA);
+        EXPECT_EQ(hook.lookups(), row.lookups) << row.name;
+    }
 }
 
-// Resolution with a callback: every client is told exactly once, of a result
-// or of its time-out, and its callback is destroyed after that.
-class AsyncResolve : public corvane_test::LibraryTest {
-protected:
-    void expectAllDrained() {
-        for (const char* account : {"AsynchGHBNCallbackContainer", "AsynchGHBNTimeoutProcessor",
-                                    "GetHostByNameCallbackProxy", "HostNameServer::GetHostByNameWork", "Hostent"}) {
-            EXPECT_TRUE(drained(account)) << account << " " << live(account);
-        }
-    }
-};
-
-TEST_F(AsyncResolve, ClientIsToldOnceOfTheResultOrOfItsTimeOut) {
-    set(HostNameServer::getCacheSuccessParamName(), "true");
-    set(HostNameServer::getCacheFlushTimeoutMsParamName(), "10000");  // an earlier start may have left less
-    ASSERT_TRUE(Net::initializeLibrary());
+// Resolution with a callback: every client is told exactly once, of a result or of its time-out, and its
+// callback is destroyed after that.
+TEST_F(Resolver, CallbackIsToldOnceOfTheResultOrOfItsTimeOut) {
+    start("true", "false");
     corvane_test::HostLookupHook hook;
     const struct {
         const char* name;
@@ -214,52 +231,40 @@ TEST_F(AsyncResolve, ClientIsToldOnceOfTheResultOrOfItsTimeOut) {
         ASSERT_TRUE(heard.waitTold());
         EXPECT_EQ(log.count("ENTER HostNameServer::getHostByName"), 1u);
         EXPECT_TRUE(log.contains(Tarvik::DEBUG_LOG_LEVEL, row.logged));
-        // A result reaches the client before the timer fires; the timer still frees what is left.
-        expectAllDrained();
+        expectAllDrained();  // a result reaches the client before the timer fires; the timer still frees the rest
         EXPECT_EQ(heard.results.load(), row.results);
-        EXPECT_EQ(heard.timeouts.load(), 1 - row.results);
-        EXPECT_EQ(heard.destroyed.load(), 1);
+        EXPECT_EQ(heard.told() + heard.destroyed, 2);
         EXPECT_EQ(heard.name, row.name);
-        if (row.results == 1) {
-            EXPECT_EQ(heard.status, Hostent::GHBN_SUCCESS);
-        }
-        if (row.results == 1) {
-            EXPECT_EQ(heard.ttl, ACE_Time_Value::zero);
-        }
     }
     // The late result of the time-out reached the cache: a hit is told on the caller's thread, before the return.
     Heard again;
     EXPECT_TRUE(server().resolve("10.5.0.3", new Recorder(again), ACE_Time_Value(1), true));
-    EXPECT_EQ(again.results.load(), 1);
+    EXPECT_EQ(again.results + again.destroyed, 2);
     EXPECT_EQ(again.thread, std::this_thread::get_id());
-    EXPECT_EQ(again.destroyed.load(), 1);
     EXPECT_EQ(hook.lookups(), 3);
 }
 
-TEST_F(AsyncResolve, RefusedRequestIsStillToldOnce) {
+TEST_F(Resolver, RefusedCallbackRequestIsStillToldOnce) {
     ASSERT_TRUE(Net::initializeLibrary());
     corvane_test::AssertCapture asserts;
     EXPECT_FALSE(server().resolve("10.5.0.4", static_cast<HostNameServer::GetHostByNameCallback*>(nullptr),
                                   ACE_Time_Value(1), false));
     EXPECT_TRUE(asserts.contains("in_pNewCallback != 0"));
-
-    // A resolver that was never started refuses the work and the timer.
-    HostNameServer stopped;
+    HostNameServer stopped;  // never started: it refuses the work and the timer
     for (const ACE_Time_Value& timeout : {ACE_Time_Value::max_time, ACE_Time_Value(5)}) {
         Heard heard;
         EXPECT_FALSE(stopped.getHostByName("10.5.0.5", new Recorder(heard), timeout, false));
         EXPECT_EQ(heard.results.load(), timeout == ACE_Time_Value::max_time ? 1 : 0);
-        EXPECT_EQ(heard.told(), 1);
-        EXPECT_EQ(heard.destroyed.load(), 1);
+        EXPECT_EQ(heard.told() + heard.destroyed, 2);
     }
     expectAllDrained();
 }
 
-TEST_F(AsyncResolve, StoppingWithWorkQueuedTellsEveryClientOnce) {
+TEST_F(Resolver, StoppingWithCallbackWorkQueuedTellsEveryClientOnce) {
     set("corvane.net.HostNameServer.numThread", "1");
     ASSERT_TRUE(Net::initializeLibrary());
     corvane_test::HostLookupHook hook;
-    hook.setBlocking(true);
+    hook.setBlocking();
     std::vector<Heard> heard(8);
     for (size_t i = 0; i < heard.size(); ++i) {
         // With a timer the client hears of its time-out, without one of a failure.
@@ -273,14 +278,210 @@ TEST_F(AsyncResolve, StoppingWithWorkQueuedTellsEveryClientOnce) {
     EXPECT_TRUE(Net::forcedCloseLibrary());
     releaser.join();
     for (size_t i = 0; i < heard.size(); ++i) {
-        SCOPED_TRACE(i);
-        EXPECT_EQ(heard[i].told(), 1);
-        EXPECT_EQ(heard[i].destroyed.load(), 1);
-        if (i > 0) {  // the first ran; the others were dropped
-            EXPECT_EQ(heard[i].timeouts.load(), static_cast<int>(i % 2));
-        }
+        EXPECT_EQ(heard[i].told() + heard[i].destroyed, 2) << i;
+        EXPECT_EQ(heard[i].timeouts.load(), static_cast<int>(i % 2)) << i;  // the first ran, the others dropped
     }
     expectAllDrained();
+}
+
+TEST_F(Resolver, CacheEntryLivesForItsTimeToLiveAndAFailureIsNeverServed) {
+    const struct {
+        const char* success;  // the parameters
+        const char* failures;
+        const char* flushMs;
+        Hostent::GetHostByNameStatus status;
+        ACE_Time_Value ttl;
+        const char* logged;  // "" when nothing is stored
+        long servedUsec;     // served up to this age, gone a microsecond later; -1: never served
+    } rows[] = {
+        {"true", "false", "10000", Hostent::GHBN_SUCCESS, {},
+         "HostNameServer::cacheSuccess : cached HOSTNAME : 10.0.0.1\nADDRTYPE : 2\nADDRLENGTH : 4\n"
+         "ADDRESS(ES) : \n\t10.0.0.1 for host a.test (will expired in 10000ms)",
+         10000000},
+        {"true", "false", "10000", Hostent::GHBN_SUCCESS, ACE_Time_Value(1, 500000),
+         "HostNameServer::cacheSuccess : using specified TTL 1500ms", 1500000},
+        {"true", "false", "2500", Hostent::GHBN_SUCCESS, {},
+         "HostNameServer::cacheSuccess : no TTL specified -> using default value 2500ms", 2500000},
+        {"false", "true", "10000", Hostent::GHBN_SUCCESS, {}, "", -1},
+        {"true", "true", "10000", Hostent::GHBN_HOST_NOT_FOUND, {},
+         "HostNameServer::cacheFailure : cached failure of a.test", -1},
+        {"true", "false", "10000", Hostent::GHBN_TRY_AGAIN, {}, "", -1},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.logged);
+        start(row.success, row.failures, row.flushMs);
+        corvane_test::LogCapture log;
+        store("a.test", row.status, row.ttl);
+        EXPECT_EQ(HostNameServerPeer::cacheSize(server()), *row.logged ? 1u : 0u);
+        EXPECT_EQ(log.count(row.logged), *row.logged ? 1u : 0u);
+        if (row.servedUsec >= 0) {
+            s_nowUsec += row.servedUsec;  // exactly the expiry instant: still served
+            EXPECT_EQ(hit("a.test"), "10.0.0.1");
+            EXPECT_EQ(log.count("HostNameServer::getHostentInCache : cache hit"), 1u);
+        }
+        s_nowUsec += 1;
+        log.clear();
+        EXPECT_EQ(hit("a.test"), "");
+        const std::vector<std::string> flushed = {"flushing \"a.test\" from cache",
+                                                  "HostNameServer::getHostentInCache : cache miss"};
+        EXPECT_EQ(log.messages("corvane.net.HostNameServer"),
+                  *row.logged ? flushed : std::vector<std::string>{flushed[1]});
+        Net::forcedCloseLibrary();
+    }
+}
+
+TEST_F(Resolver, CacheEntriesAreReplacedKeptAsSpelledAndForgottenAtRestart) {
+    start("true", "true");
+    store("a.test", Hostent::GHBN_SUCCESS, ACE_Time_Value(1));
+    s_nowUsec += 900000;
+    store("a.test", Hostent::GHBN_SUCCESS, ACE_Time_Value(1), "10.0.0.9");
+    s_nowUsec += 200000;  // past the first expiry, before the second
+    EXPECT_EQ(hit("a.test") + "|" + hit("A.test"), "10.0.0.9|");
+    store("a.test", Hostent::GHBN_NO_DATA);
+    EXPECT_EQ(HostNameServerPeer::cacheSize(server()), 1u) << "the failure replaced the success";
+    EXPECT_EQ(hit("a.test"), "");
+
+    corvane_test::AssertCapture asserts;
+    HostNameServerPeer::updateCache(server(), "empty.test", Hostent(), Hostent::GHBN_SUCCESS, {});
+    HostNameServerPeer::updateCacheFailure(server(), "other.test", Hostent::GHBN_SUCCESS);
+    EXPECT_EQ(asserts.texts(), std::vector<std::string>(2, "in_ghbnStatus != Hostent::GHBN_SUCCESS"));
+    EXPECT_EQ(HostNameServerPeer::cacheSize(server()), 0u);
+
+    store("c.test", Hostent::GHBN_SUCCESS);
+    ASSERT_TRUE(Net::forcedCloseLibrary());
+    corvane_test::LogCapture log;
+    ASSERT_TRUE(Net::initializeLibrary());
+    EXPECT_EQ(log.count("HostNameServer cache flushed"), 1u);
+    EXPECT_EQ(hit("c.test"), "");
+}
+
+TEST(Hostent, StatusTextsNameEveryValueAndUnknownOnes) {
+    const char* const texts[] = {"???",          "GHBN_SUCCESS",     "GHBN_TIMEOUT",   "GHBN_HOST_NOT_FOUND",
+                                 "GHBN_NO_ADDRESS", "GHBN_NO_DATA", "GHBN_NO_RECOVERY", "GHBN_TRY_AGAIN",
+                                 "GHBN_OTHER_ERROR", "???"};
+    for (int value = -1; value <= 8; ++value) {
+        const auto status = static_cast<Hostent::GetHostByNameStatus>(value);
+        EXPECT_STREQ(Hostent::getGetHostByNameStatusString(status), texts[value + 1]);
+    }
+}
+
+// Every text over a small alphabet up to length 6, and a few others: recognising a whole dotted address and
+// splitting one from its port (which keeps its colon) agree with the pattern; 999.1 and 1.2.3.4.5 match it.
+TEST(Hostent, DottedAddressIsRecognisedAndSplitFromItsPort) {
+    std::vector<std::string> texts = {"10.0.0.1:5060", "999.1", "1.2.3.4.5", "host:5060", "10.0.0.1:50a", ""};
+    for (size_t i = texts.size() - 1; i < texts.size() && texts[i].size() < 6; ++i) {
+        for (char c : std::string("1.:a\n")) texts.push_back(texts[i] + c);
+    }
+    const Tarvik::BoostRegex pattern = Hostent::getDottedIPRegexp();
+    EXPECT_TRUE(pattern.match("10.0.0.1:5060") && pattern.match("999.1") && pattern.match("1.2.3.4.5"));
+    for (const std::string& text : texts) {
+        boost::smatch match;
+        std::string address = "untouched";
+        std::string port = "untouched";
+        const bool found = pattern.search(text, match);
+        ASSERT_EQ(Hostent::parseDottedIP(text, address, port), found) << text;
+        EXPECT_EQ(address + "|" + port, found ? match[1] + "|" + match[2] : "untouched|untouched") << text;
+        EXPECT_EQ(Hostent::isDottedIP(text), pattern.match(text)) << text;
+    }
+}
+
+TEST(Hostent, RecordsAreDeepCopiesCountedUnderTheirAccount) {
+    EXPECT_STREQ(Hostent::getMemAccountName(), "Hostent");
+    Tarvik::MemAccount& account = Tarvik::MemAccount::get("Hostent");
+    const long objects = account.getLiveObjects();
+    const long bytes = account.getLiveBytes();
+    corvane_test::AssertCapture asserts;
+    Hostent* pCopy = new Hostent;
+    EXPECT_EQ(account.getLiveObjects(), objects + 1);
+    std::string out = "keep";
+    EXPECT_FALSE(pCopy->isValid() || pCopy->getAddress(0, out) || pCopy->getPrimaryOrFirstAddress(out) ||
+                 pCopy->getPreferredAddressFirst(out, "10.0.0.1"));
+    EXPECT_EQ(out + "|" + printed(*pCopy), "keep|ADDRTYPE : 0\nADDRLENGTH : 0");
+    {
+        Hostent source = make({1, 255});
+        source = source;
+        *pCopy = Hostent(source);
+    }
+    EXPECT_EQ(printed(*pCopy),
+              "HOSTNAME : www.example.test\nADDRTYPE : 2\nADDRLENGTH : 4\n"
+              "ADDRESS(ES) : \n\t10.0.0.1\n\t10.0.0.255");
+    EXPECT_FALSE(pCopy->getAddress(2, out)) << "an index equal to the count is refused without an assertion";
+    const unsigned char bytes6[6] = {1, 2, 3, 250, 0, 255};
+    pCopy->setAddressTypeAndLength(10, 6);
+    pCopy->addAddress(bytes6);
+    pCopy->addAddress(nullptr);
+    pCopy->setName(nullptr);
+    EXPECT_EQ(asserts.texts(), (std::vector<std::string>{"in_pAddress != 0", "in_szHostname != 0"}));
+    EXPECT_TRUE(pCopy->getNumAddress() == 3 && pCopy->getAddress(2, out));
+    EXPECT_EQ(out, "1.2.3.250.0.255");
+    *pCopy = Hostent();
+    pCopy->addAddress(bytes6);  // before the length is known: an empty block
+    EXPECT_TRUE(pCopy->getAddress(0, out) && out.empty());
+    delete pCopy;
+    EXPECT_EQ(account.getLiveObjects(), objects);
+    EXPECT_EQ(account.getLiveBytes(), bytes);
+}
+
+TEST(Hostent, PrimaryAndPreferredAddressesWalkDownFromTheLast) {
+    const Hostent h = make({1, 2, 2, 3});
+    const char* const kPrimary = "corvane.net.primaryIPAddress";
+    const char* const rows[][2] = {{"", "10.0.0.1"}, {"10.0.0.3", "10.0.0.3"}, {"192.168.1.1", "10.0.0.1"}};
+    for (const auto& row : rows) {  // the parameter (empty: unset), the address chosen
+        std::string out;
+        std::string error;
+        if (*row[0] != '\0') Tarvik::GlobalConfig::getInstance().setValue(kPrimary, row[0], error);
+        EXPECT_TRUE(h.getPrimaryOrFirstAddress(out));
+        EXPECT_EQ(out, row[1]);
+        Tarvik::GlobalConfig::getInstance().clearValue(kPrimary);
+    }
+    std::string out;
+    EXPECT_TRUE(h.getPreferredAddressFirst(out, "nowhere") && out == "10.0.0.1");
+    corvane_test::LogCapture log;
+    EXPECT_TRUE(h.getPreferredAddressFirst(out, "10.0.0.2") && out == "10.0.0.2");
+    EXPECT_EQ(log.messages("corvane.net.Hostent"),
+              (std::vector<std::string>{"Fetched Address: 10.0.0.3", "Fetched Address: 10.0.0.2",
+                                        "Address find: 10.0.0.2"}))
+        << "the walk stops at the last of several equal addresses";
+}
+
+TEST(Hostent, OneShotResolutionCopiesTheSystemRecordOrMapsItsFailure) {
+    char name[] = "h";
+    char alias[] = "a1";
+    char* aliases[] = {alias, alias, nullptr};
+    unsigned char address[] = {10, 1, 2, 3};
+    char* addresses[] = {reinterpret_cast<char*>(address), nullptr};
+    hostent raw{name, aliases, AF_INET, 4, addresses};
+    Hostent::setHostLookupForTest([&](const char*, hostent*, char*, size_t, hostent** out_ppResult, int*) {
+        *out_ppResult = &raw;
+        return 0;
+    });
+    Hostent h;
+    Hostent::GetHostByNameStatus status;
+    EXPECT_TRUE(h.getHostByName("h", status));
+    Hostent::setHostLookupForTest({});
+    EXPECT_EQ(printed(Hostent(h)),
+              "HOSTNAME : h\nALIASE(S) : \n\ta1\n\ta1\nADDRTYPE : 2\nADDRLENGTH : 4\n"
+              "ADDRESS(ES) : \n\t10.1.2.3");
+    const struct {
+        int hErrno;  // the lookup's failure, 0 for none
+        Hostent::GetHostByNameStatus status;
+    } rows[] = {{0, Hostent::GHBN_SUCCESS},        {HOST_NOT_FOUND, Hostent::GHBN_HOST_NOT_FOUND},
+                {TRY_AGAIN, Hostent::GHBN_TRY_AGAIN}, {NO_RECOVERY, Hostent::GHBN_NO_RECOVERY},
+                {NO_DATA, Hostent::GHBN_NO_DATA},  {99, Hostent::GHBN_OTHER_ERROR}};
+    corvane_test::HostLookupHook hook;  // its record has an empty alias array, which prints no alias line
+    for (const auto& row : rows) {
+        hook.setFailure(row.hErrno);
+        corvane_test::LogCapture log;
+        EXPECT_EQ(h.getHostByName("10.9.9.9:5060", status), row.hErrno == 0);
+        EXPECT_EQ(status, row.status);
+        const std::string failure = std::string("ACE_OS::gethostbyname_r failed on hostname 10.9.9.9 : ") +
+                                    Hostent::getGetHostByNameStatusString(row.status) +
+                                    ". localErrno = " + std::to_string(row.hErrno);
+        EXPECT_EQ(log.messages("corvane.net.Hostent"), std::vector<std::string>(row.hErrno != 0, failure));
+        EXPECT_EQ(printed(h), row.hErrno != 0 ? "ADDRTYPE : 0\nADDRLENGTH : 0"
+                                              : "HOSTNAME : 10.9.9.9\nADDRTYPE : 2\nADDRLENGTH : 4\n"
+                                                "ADDRESS(ES) : \n\t10.9.9.9");
+    }
 }
 
 }  // namespace

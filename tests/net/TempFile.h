@@ -18,10 +18,7 @@ public:
         std::ofstream(m_strPath, std::ios::binary) << in_strContent;
     }
     ~TempFile() { std::remove(m_strPath.c_str()); }
-    TempFile(const TempFile&) = delete;
-    TempFile& operator=(const TempFile&) = delete;
     const std::string& path() const { return m_strPath; }
-
     // A path in the test folder that no file has.
     static std::string uniquePath() {
         static std::atomic<int> s_counter{0};
@@ -29,7 +26,7 @@ public:
     }
 
 private:
-    std::string m_strPath;  // the file, removed by the destructor
+    const std::string m_strPath;
 };
 
 }  // namespace corvane_test

@@ -29,23 +29,20 @@ public:
         return s.m_cache.size();
     }
 
-    // The DNS answer callback fed bytes and a c-ares status as for a query of
-    // name; cb (owned from here on) hears the outcome.
+    // The DNS answer callback fed bytes and a c-ares status for a query of name; cb (owned) hears the outcome.
     static void dnsAnswer(HostNameServer& s, const std::string& name, HostNameServer::GetHostByNameCallback* cb,
                           bool useCache, int status, const std::vector<unsigned char>& answer) {
         HostNameServer::deliverDnsAnswerForTest(s, name.c_str(), cb, useCache, status, answer.data(),
                                                 static_cast<int>(answer.size()));
     }
-    // A synchronous resolution (on the running pool) whose answer is the given
-    // bytes and c-ares status, as the DNS task would hand them over.
+    // A synchronous resolution (on the running pool) whose DNS answer is the given bytes and c-ares status.
     static bool resolveWithDnsAnswer(HostNameServer& s, const std::string& name, int status,
                                      const std::vector<unsigned char>& answer, Hostent& out,
                                      Hostent::GetHostByNameStatus& st, ACE_Time_Value timeout) {
         return HostNameServer::resolveWithDnsAnswerForTest(s, name.c_str(), status, answer.data(),
                                                            static_cast<int>(answer.size()), out, st, timeout);
     }
-    // Takes a stopped resolver out of DNS mode: its channel is destroyed and the
-    // DNS task forgets it, so that the next configuration starts afresh.
+    // Takes a stopped resolver out of DNS mode, so that the next configuration starts afresh.
     static void leaveDnsMode(HostNameServer& s) {
         if (!s.isDnsMode()) return;
         AresReactorTask::getInstance().setChannel(nullptr);

@@ -1,5 +1,4 @@
-// Sets parameters for one test and closes the library and forgets the
-// parameters afterwards; a callback that records what a resolution told it.
+// Parameters for one test, forgotten with the library after it; a callback that records what it was told.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -42,8 +41,7 @@ inline std::vector<std::string> addressesOf(const Tarvik::Hostent& in_hostent) {
     return out;
 }
 
-// What one resolution's callback heard. The texts are written before the count
-// that tells of them, so a reader that saw the count may read them.
+// What one resolution's callback heard; the texts are written before the count that tells of them.
 struct Heard {
     std::atomic<int> results{0};
     std::atomic<int> timeouts{0};

@@ -303,10 +303,6 @@ void DnsResponder::answerLate(const std::string& in_name, dns::Bytes in_bytes, s
 
 void DnsResponder::never(const std::string& in_name) { script(in_name, Script{}); }
 
-void DnsResponder::wrongId(const std::string& in_name, dns::Bytes in_bytes) {
-    script(in_name, Script{Reply{std::move(in_bytes), std::chrono::milliseconds(0), Id::WRONG}});
-}
-
 void DnsResponder::script(const std::string& in_name, Script in_script) {
     scriptPerQuery(in_name, std::vector<Script>{std::move(in_script)});
 }

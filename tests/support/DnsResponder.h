@@ -130,7 +130,6 @@ public:
     void answer(const std::string& in_name, dns::Bytes in_bytes);
     void answerLate(const std::string& in_name, dns::Bytes in_bytes, std::chrono::milliseconds in_delay);
     void never(const std::string& in_name);
-    void wrongId(const std::string& in_name, dns::Bytes in_bytes);
     void script(const std::string& in_name, Script in_script);
     // The n-th query of the name gets the n-th script; the last one repeats.
     void scriptPerQuery(const std::string& in_name, std::vector<Script> in_scripts);

@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "support/DnsResponder.h"
+#include "support/Subprocess.h"
 
 extern char** environ;
 
@@ -23,14 +24,6 @@ namespace corvane_test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-const char* dnsmasqPath() {
-    static const char* const s_candidates[] = {"/usr/sbin/dnsmasq", "/usr/bin/dnsmasq", "/sbin/dnsmasq"};
-    for (const char* path : s_candidates) {
-        if (access(path, X_OK) == 0) return path;
-    }
-    return "dnsmasq";  // left to PATH
-}
 
 // Waits for the child to end, at most in_limit; true once reaped.
 bool reap(pid_t in_pid, std::chrono::milliseconds in_limit) {
@@ -97,7 +90,7 @@ bool Dnsmasq::start(std::string* out_error) {
     posix_spawn_file_actions_adddup2(&actions, logFd, 2);
     posix_spawn_file_actions_addclose(&actions, logFd);
     pid_t pid = -1;
-    const int rc = posix_spawn(&pid, dnsmasqPath(), &actions, nullptr, argv.data(), environ);
+    const int rc = posix_spawn(&pid, findProgram("dnsmasq").c_str(), &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(logFd);
     if (rc != 0) return fail(std::string("posix_spawn : ") + std::strerror(rc));

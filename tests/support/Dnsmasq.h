@@ -35,7 +35,6 @@ public:
     // Ends it (SIGTERM, then SIGKILL after 2 s) and reaps it. Safe to repeat.
     void stop();
 
-    pid_t pid() const { return m_pid; }
     const std::string& address() const { return m_strAddress; }
 
 private:

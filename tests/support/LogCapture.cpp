@@ -1,5 +1,8 @@
 #include "support/LogCapture.h"
 
+#include <algorithm>
+#include <mutex>
+
 #include <log4cplus/logger.h>
 #include <log4cplus/spi/loggingevent.h>
 
@@ -43,9 +46,9 @@ LogCapture::LogCapture(int in_iLevel) {
     m_appender = log4cplus::SharedAppenderPtr(new RecordingAppender);
     m_appender->setName(LOG4CPLUS_TEXT("corvane.test.capture"));
     root.addAppender(m_appender);
-    // The console appender keeps its WARN threshold so tests stay quiet.
     log4cplus::SharedAppenderPtr console = root.getAppender(LOG4CPLUS_TEXT("corvane.stderr"));
-    if (console) console->setThreshold(log4cplus::WARN_LOG_LEVEL);
+    m_iOldConsoleThreshold = console ? console->getThreshold() : log4cplus::WARN_LOG_LEVEL;
+    if (console) console->setThreshold(log4cplus::OFF_LOG_LEVEL);
     root.setLogLevel(in_iLevel);
 }
 
@@ -53,6 +56,8 @@ LogCapture::~LogCapture() {
     log4cplus::Logger root = log4cplus::Logger::getRoot();
     root.removeAppender(m_appender);
     root.setLogLevel(m_iOldRootLevel);
+    log4cplus::SharedAppenderPtr console = root.getAppender(LOG4CPLUS_TEXT("corvane.stderr"));
+    if (console) console->setThreshold(m_iOldConsoleThreshold);
 }
 
 std::vector<LogRecord> LogCapture::records() const {
@@ -80,6 +85,22 @@ size_t LogCapture::count(const std::string& in_text) const {
         if (record.message == in_text) ++n;
     }
     return n;
+}
+
+std::vector<std::string> LogCapture::assertions() const {
+    static const std::string kPrefix = "ASSERTION FAILED: ";
+    std::vector<std::string> out;
+    for (const LogRecord& record : records()) {
+        if (record.level == log4cplus::ERROR_LOG_LEVEL && record.message.rfind(kPrefix, 0) == 0) {
+            out.push_back(record.message.substr(kPrefix.size()));
+        }
+    }
+    return out;
+}
+
+bool LogCapture::asserted(const std::string& in_text) const {
+    const std::vector<std::string> all = assertions();
+    return std::find(all.begin(), all.end(), in_text) != all.end();
 }
 
 void LogCapture::clear() { static_cast<RecordingAppender&>(*m_appender).clear(); }

@@ -1,8 +1,8 @@
-// Records every log record written while it lives, at TRACE and above, so
-// tests can check the texts that are the behaviour.
+// Records every log record written while it lives, so tests can check the
+// texts that are the behaviour. A failed assertion is one of them: its report
+// is the ERROR record "ASSERTION FAILED: <text>".
 #pragma once
 
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -19,7 +19,8 @@ struct LogRecord {
 
 class LogCapture {
 public:
-    // Captures from in_iLevel up (DEBUG by default), on every logger.
+    // Captures from in_iLevel up (DEBUG by default), on every logger; the
+    // console stays silent meanwhile.
     explicit LogCapture(int in_iLevel = 10000);
     ~LogCapture();
     LogCapture(const LogCapture&) = delete;
@@ -32,11 +33,15 @@ public:
     bool contains(int in_iLevel, const std::string& in_text) const;
     // Number of records whose message equals the text exactly.
     size_t count(const std::string& in_text) const;
+    // The texts of the assertions reported, in order; whether one equals in_text.
+    std::vector<std::string> assertions() const;
+    bool asserted(const std::string& in_text) const;
     void clear();
 
 private:
     log4cplus::SharedAppenderPtr m_appender;  // the recording appender on the root logger
     int m_iOldRootLevel;                      // root level to restore
+    int m_iOldConsoleThreshold;               // console threshold to restore
 };
 
 }  // namespace corvane_test

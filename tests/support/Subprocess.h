@@ -1,6 +1,5 @@
-// Runs a program to its end with a time limit and collects what it writes
-// (standard output and standard error together), for tests that drive tools
-// or re-run their own binary elsewhere.
+// Runs a program to its end with a time limit and collects what it wrote, for
+// tests that drive the command, system tools, or their own binary elsewhere.
 #pragma once
 
 #include <string>
@@ -10,18 +9,23 @@
 namespace corvane_test {
 
 struct SubprocessResult {
-    bool started = false;  // false: the program could not be started (output says why)
-    bool timedOut = false; // killed at the time limit
-    int exitStatus = -1;   // exit status, or -1 when it did not exit normally
-    std::string output;    // standard output and standard error, interleaved
+    bool started = false;            // false: it could not be started (err says why)
+    bool timedOut = false;           // killed at the time limit
+    int status = -1;                 // exit status, or 128 + the signal that ended it
+    std::string out;                 // standard output
+    std::string err;                 // standard error
+    std::vector<std::string> lines;  // standard output, line by line
 };
 
-// Runs in_argv (in_argv[0] is a path, or a name looked up in PATH), with the
-// current environment plus in_extraEnv, and standard input empty. Kills it
-// after in_iTimeoutMs.
+// Runs in_argv (in_argv[0] is a path, or a name looked up in PATH and the
+// system folders) with the current environment plus in_extraEnv, in_stdin as
+// its standard input; kills it after in_iTimeoutMs.
 SubprocessResult runSubprocess(const std::vector<std::string>& in_argv,
                                const std::vector<std::pair<std::string, std::string>>& in_extraEnv = {},
-                               int in_iTimeoutMs = 60000);
+                               int in_iTimeoutMs = 60000, const std::string& in_stdin = "");
+
+// Runs the corvane-net command with these arguments.
+SubprocessResult runTool(const std::vector<std::string>& in_args, const std::string& in_stdin = "");
 
 // The full path of a program found in PATH or the system folders, or empty.
 std::string findProgram(const std::string& in_strName);

@@ -6,7 +6,6 @@
 #include <sstream>
 
 #include "platform/ParameterInfoDB.h"
-#include "support/AssertCapture.h"
 #include "support/BoundedWait.h"
 #include "support/HostLookupHook.h"
 #include "support/HostNameServerPeer.h"
@@ -143,10 +142,10 @@ TEST_F(Resolver, StartChecksItsParameters) {
         Net::forcedCloseLibrary();
         Tarvik::GlobalConfig::getInstance().clear();
     }
-    corvane_test::AssertCapture asserts;
+    corvane_test::LogCapture asserts;
     HostNameServer unconfigured;
     EXPECT_FALSE(unconfigured.configure(Tarvik::TSHandle<Tarvik::ROConfiguration>()));
-    EXPECT_TRUE(asserts.contains("! in_hConfig.isNull()"));
+    EXPECT_TRUE(asserts.asserted("! in_hConfig.isNull()"));
 }
 
 TEST_F(Resolver, StoppedResolverRefusesWithoutTouchingOutputsAndForcedCloseSaysIfItWaited) {
@@ -246,10 +245,10 @@ TEST_F(Resolver, CallbackIsToldOnceOfTheResultOrOfItsTimeOut) {
 
 TEST_F(Resolver, RefusedCallbackRequestIsStillToldOnce) {
     ASSERT_TRUE(Net::initializeLibrary());
-    corvane_test::AssertCapture asserts;
+    corvane_test::LogCapture asserts;
     EXPECT_FALSE(server().resolve("10.5.0.4", static_cast<HostNameServer::GetHostByNameCallback*>(nullptr),
                                   ACE_Time_Value(1), false));
-    EXPECT_TRUE(asserts.contains("in_pNewCallback != 0"));
+    EXPECT_TRUE(asserts.asserted("in_pNewCallback != 0"));
     HostNameServer stopped;  // never started: it refuses the work and the timer
     for (const ACE_Time_Value& timeout : {ACE_Time_Value::max_time, ACE_Time_Value(5)}) {
         Heard heard;
@@ -341,10 +340,10 @@ TEST_F(Resolver, CacheEntriesAreReplacedKeptAsSpelledAndForgottenAtRestart) {
     EXPECT_EQ(HostNameServerPeer::cacheSize(server()), 1u) << "the failure replaced the success";
     EXPECT_EQ(hit("a.test"), "");
 
-    corvane_test::AssertCapture asserts;
+    corvane_test::LogCapture asserts;
     HostNameServerPeer::updateCache(server(), "empty.test", Hostent(), Hostent::GHBN_SUCCESS, {});
     HostNameServerPeer::updateCacheFailure(server(), "other.test", Hostent::GHBN_SUCCESS);
-    EXPECT_EQ(asserts.texts(), std::vector<std::string>(2, "in_ghbnStatus != Hostent::GHBN_SUCCESS"));
+    EXPECT_EQ(asserts.assertions(), std::vector<std::string>(2, "in_ghbnStatus != Hostent::GHBN_SUCCESS"));
     EXPECT_EQ(HostNameServerPeer::cacheSize(server()), 0u);
 
     store("c.test", Hostent::GHBN_SUCCESS);
@@ -390,7 +389,7 @@ TEST(Hostent, RecordsAreDeepCopiesCountedUnderTheirAccount) {
     Tarvik::MemAccount& account = Tarvik::MemAccount::get("Hostent");
     const long objects = account.getLiveObjects();
     const long bytes = account.getLiveBytes();
-    corvane_test::AssertCapture asserts;
+    corvane_test::LogCapture asserts;
     Hostent* pCopy = new Hostent;
     EXPECT_EQ(account.getLiveObjects(), objects + 1);
     std::string out = "keep";
@@ -411,7 +410,7 @@ TEST(Hostent, RecordsAreDeepCopiesCountedUnderTheirAccount) {
     pCopy->addAddress(bytes6);
     pCopy->addAddress(nullptr);
     pCopy->setName(nullptr);
-    EXPECT_EQ(asserts.texts(), (std::vector<std::string>{"in_pAddress != 0", "in_szHostname != 0"}));
+    EXPECT_EQ(asserts.assertions(), (std::vector<std::string>{"in_pAddress != 0", "in_szHostname != 0"}));
     EXPECT_TRUE(pCopy->getNumAddress() == 3 && pCopy->getAddress(2, out));
     EXPECT_EQ(out, "1.2.3.250.0.255");
     *pCopy = Hostent();

@@ -24,14 +24,13 @@
 #include "net/ResolverConfig.h"
 #include "net/SipServerLocator.h"
 #include "platform/GlobalConfig.h"
+#include "platform/Logger.h"
 #include "platform/MemAccount.h"
 #include "platform/Thread.h"
-#include "support/AssertCapture.h"
 #include "support/BoundedWait.h"
 #include "support/DnsResponder.h"
 #include "support/LogCapture.h"
 
-using corvane_test::AssertCapture;
 using corvane_test::DnsResponder;
 using corvane_test::LogCapture;
 using corvane_test::TempFile;
@@ -596,12 +595,12 @@ TEST_F(SipLocatorLife, StopFromACallbackOfItsOwnThreadIsRefused) {
         std::atomic<int>& stopped;
     };
     std::atomic<int> stopped{-1};
-    AssertCapture asserts;
+    LogCapture asserts;
     m_locator.locate("sip:cb.test:5060", new StoppingCallback(m_locator, stopped), ACE_Time_Value(5),
                      Locator::FAMILY_IPV4);
     ASSERT_TRUE(waitFor([&] { return stopped != -1; }));
     EXPECT_EQ(stopped, 0);
-    EXPECT_TRUE(asserts.contains("t_pOwnThread != this"));
+    EXPECT_TRUE(asserts.asserted("t_pOwnThread != this"));
     EXPECT_TRUE(m_locator.isRunning());
 }
 

@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "support/Dnsmasq.h"
-#include "support/RunTool.h"
 #include "support/Subprocess.h"
 
 using corvane_test::runTool;
@@ -216,7 +215,7 @@ TEST(Command, EveryCommandAsTheContractSays) {
     const std::regex record("(TRACE|DEBUG|INFO|WARN|ERROR|FATAL)( .*|)");
     const std::regex recordForm("(TRACE|DEBUG|INFO|WARN|ERROR|FATAL) [A-Za-z0-9_.:-]+ - .*");
     for (const Row& row : rows) {
-        const corvane_test::ToolRun run = runTool(row.args, row.in);
+        const corvane_test::SubprocessResult run = runTool(row.args, row.in);
         SCOPED_TRACE(testing::PrintToString(row.args));
         EXPECT_EQ(run.status, row.status < 0 ? run.status : row.status) << run.err;
         EXPECT_TRUE(row.status != 2 || run.out.empty()) << run.out;
@@ -240,19 +239,19 @@ TEST(Command, EveryCommandAsTheContractSays) {
 TEST(HostCommand, AgreesWithHostnameAndTheInterfaceList) {
     const corvane_test::SubprocessResult hostname = corvane_test::runSubprocess({"hostname"});
     const corvane_test::SubprocessResult ip = corvane_test::runSubprocess({"ip", "-4", "-o", "addr", "show", "up"});
-    if (hostname.exitStatus != 0 || ip.exitStatus != 0) GTEST_SKIP() << "needs hostname and ip (iproute2)";
+    if (hostname.status != 0 || ip.status != 0) GTEST_SKIP() << "needs hostname and ip (iproute2)";
     std::vector<std::string> addresses, noLoopback;
-    for (size_t at = ip.output.find(" inet "); at != std::string::npos; at = ip.output.find(" inet ", at + 1)) {
-        addresses.push_back(ip.output.substr(at + 6, ip.output.find('/', at + 6) - at - 6));
+    for (size_t at = ip.out.find(" inet "); at != std::string::npos; at = ip.out.find(" inet ", at + 1)) {
+        addresses.push_back(ip.out.substr(at + 6, ip.out.find('/', at + 6) - at - 6));
         if (addresses.back() != "127.0.0.1") noLoopback.push_back(addresses.back());
     }
     Json primary;  // the one address, or the one beside 127.0.0.1
     if (addresses.size() == 1) primary = addresses[0];
     if (addresses.size() == 2 && noLoopback.size() == 1) primary = noLoopback[0];
-    const corvane_test::ToolRun host = runTool({"--json", "host"});
+    const corvane_test::SubprocessResult host = runTool({"--json", "host"});
     const Json item = Json::parse(host.out);
     EXPECT_EQ(item.items().begin().key(), "hostname");
-    EXPECT_EQ(item["hostname"], hostname.output.substr(0, hostname.output.find('\n')));
+    EXPECT_EQ(item["hostname"], hostname.out.substr(0, hostname.out.find('\n')));
     EXPECT_TRUE(item["fqdn"].is_string()) << item;
     EXPECT_EQ(item["addresses"], Json(addresses)) << item;
     EXPECT_EQ(item["noLoopback"], Json(noLoopback)) << item;
@@ -272,7 +271,7 @@ TEST(DnsServersCommand, AgreesWithTheResolverConfiguration) {
             servers.push_back(inet_ntoa(parsed));
         }
     }
-    const corvane_test::ToolRun run = runTool({"--json", "dns-servers"});
+    const corvane_test::SubprocessResult run = runTool({"--json", "dns-servers"});
     EXPECT_EQ(run.status, file.is_open() ? 0 : 1) << run.err;
     EXPECT_EQ(Json::parse(run.out), (Json{{"ok", file.is_open()}, {"servers", file.is_open() ? Json(servers) : Json()}}));
     EXPECT_NE(runTool({"dns-servers"}).out.find("servers"), std::string::npos);

@@ -33,14 +33,12 @@ struct Outcome {
     std::atomic<int> calls{0};
     int status = -1;
     bool nullAnswer = true;
-    std::vector<unsigned char> answer;
     std::thread::id thread;
 
-    static void callback(void* in_pArg, int in_iStatus, int, unsigned char* in_abuf, int in_alen) {
+    static void callback(void* in_pArg, int in_iStatus, int, unsigned char* in_abuf, int) {
         Outcome* o = static_cast<Outcome*>(in_pArg);
         o->status = in_iStatus;
         o->nullAnswer = in_abuf == nullptr;
-        o->answer.assign(in_abuf, in_abuf == nullptr ? in_abuf : in_abuf + in_alen);
         o->thread = std::this_thread::get_id();
         ++o->calls;
     }
@@ -76,14 +74,13 @@ struct Responder : DnsResponder {
 
 TEST(AresReactorTask, EveryServerBehaviourGivesExactlyOneCallbackOnTheLoopThread) {
     DnsResponder responder("127.53.1.1");
-    const auto answered = dns::response("answered.test", {dns::a(dns::pointer(12), "10.1.0.1", 60)});
-    responder.answer("answered.test", answered);
     responder.answer("nx.test", dns::response("nx.test", {}, dns::RCODE_NXDOMAIN));
     responder.answer("servfail.test", dns::response("servfail.test", {}, dns::RCODE_SERVFAIL));
     responder.never("silent.test");
     const auto answer = [](const char* in_szName) {
         return dns::response(in_szName, {dns::a(dns::pointer(12), "10.1.0.2", 60)});
     };
+    responder.answer("answered.test", answer("answered.test"));
     responder.answerLate("late.test", answer("late.test"), 50ms);
     responder.answerLate("toolate.test", dns::response("toolate.test", {}), 3000ms);
     responder.script("wrongid.test",  // the wrong id is dropped, the right one that follows taken
@@ -115,94 +112,43 @@ TEST(AresReactorTask, EveryServerBehaviourGivesExactlyOneCallbackOnTheLoopThread
         EXPECT_NE(o.thread, std::this_thread::get_id());
         EXPECT_EQ(responder.queryCount(cases[i].name), cases[i].queries);
     }
-    // The answer is handed over byte for byte, with the query's id.
-    EXPECT_EQ(std::vector<unsigned char>(outcomes[0].answer.begin() + 2, outcomes[0].answer.end()),
-              std::vector<unsigned char>(answered.begin() + 2, answered.end()));
-    EXPECT_EQ(responder.queries().at(0).type, dns::TYPE_A);
-    EXPECT_EQ(responder.queries().at(0).dnsClass, dns::CLASS_IN);
-}
-
-TEST(AresReactorTask, StopCancelsWhatIsInFlightOrQueuedOnceEachAndSendsNothingMore) {
-    Responder responder("127.53.1.3");
-    responder.never("hang.test");
-    ASSERT_TRUE(responder.start());
-    RunningTask running(responder, 10000, 1);
-    std::deque<Outcome> cancelled(6);  // the first in flight, the others queued behind the gate
-    cancelled[0].search("hang.test");
-    ASSERT_TRUE(responder.waitForQueries("hang.test", 1, 10s));
-    // The gate's callback holds the loop thread until opened, so later searches stay queued.
-    struct Gates {
-        corvane_test::Gate entered, open;
-    } gates;
-    task().search("gate.test", 1, 1,
-                  [](void* in_pArg, int, int, unsigned char*, int) {
-                      static_cast<Gates*>(in_pArg)->entered.open();
-                      static_cast<Gates*>(in_pArg)->open.wait(20s);
-                  },
-                  &gates);
-    ASSERT_TRUE(gates.entered.wait(10s));
-    for (size_t i = 1; i < cancelled.size(); ++i) cancelled[i].search("queued" + std::to_string(i) + ".test");
-    EXPECT_TRUE(task().stop());
-    EXPECT_EQ(task().getTaskState(), Task::STOPPING_STATE);
-    Outcome late;  // while stopping, cancelled before search returns, on the caller's thread
-    late.search("late.test");
-    EXPECT_EQ(late.calls, 1);
-    EXPECT_EQ(late.status, ARES_ECANCELLED);
-    EXPECT_EQ(late.thread, std::this_thread::get_id());
-    gates.open.open();
-    ASSERT_TRUE(task().waitUntilDone());
-    EXPECT_EQ(task().getTaskState(), Task::STOPPED_STATE);
-    for (const Outcome& o : cancelled) {
-        EXPECT_EQ(o.calls, 1);
-        EXPECT_EQ(o.status, ARES_ECANCELLED);
-        EXPECT_TRUE(o.nullAnswer);
-        EXPECT_NE(o.thread, std::this_thread::get_id());
-    }
-    EXPECT_EQ(responder.totalQueries(), 2);  // hang.test and gate.test only
 }
 
 TEST(AresReactorTask, LifecycleRefusesWhatItCannotDoAndASearchWhileNotRunningIsCancelledAtOnce) {
     corvane_test::AssertCapture asserts;
     Responder responder("127.53.1.8");
     ASSERT_TRUE(responder.start());
-    AresChannel first(responder.address()), second(responder.address());
+    AresChannel channel(responder.address()), other(responder.address());
     std::deque<Outcome> refused(3);
     refused[0].search("a.test");  // never started
-    EXPECT_TRUE(task().waitUntilDone());
     EXPECT_FALSE(task().start());  // no channel
-    for (ares_channel channel : {first.get(), second.get()}) {
-        ASSERT_TRUE(task().setChannel(channel));
-        ASSERT_TRUE(task().start());
-        EXPECT_FALSE(task().start());
-        EXPECT_FALSE(task().setChannel(first.get()));  // the channel is the loop's
-        Outcome o;
-        o.search("a.test");
-        ASSERT_TRUE(o.heard());
-        EXPECT_EQ(o.status, ARES_ENOTFOUND);
-        EXPECT_TRUE(task().stop());
-        EXPECT_TRUE(task().waitUntilDone());
-        EXPECT_EQ(task().getTaskState(), Task::STOPPED_STATE);
-    }
+    ASSERT_TRUE(task().setChannel(channel.get()));
+    ASSERT_TRUE(task().start());
+    EXPECT_FALSE(task().start());
+    EXPECT_FALSE(task().setChannel(other.get()));  // the channel is the loop's
+    task().stop();  // started again without waiting in between: start joins the ended thread
+    EXPECT_TRUE(waitFor([] { return task().getTaskState() == Task::STOPPED_STATE; }));
     refused[1].search("a.test");  // after a stop
     task().search(nullptr, 1, 1, &Outcome::callback, &refused[2]);  // still gets its one callback
     task().search("a.test", 1, 1, nullptr, nullptr);                 // reported, nothing else happens
+    ASSERT_TRUE(task().start());
+    Outcome o;
+    o.search("a.test");
+    ASSERT_TRUE(o.heard());
+    EXPECT_EQ(o.status, ARES_ENOTFOUND);
     const int statuses[] = {ARES_ECANCELLED, ARES_ECANCELLED, ARES_EBADNAME};
     for (size_t i = 0; i < refused.size(); ++i) {
         EXPECT_EQ(refused[i].calls, 1) << i;
         EXPECT_EQ(refused[i].status, statuses[i]) << i;
         EXPECT_EQ(refused[i].thread, std::this_thread::get_id()) << i;
     }
-    EXPECT_EQ(asserts.texts(), (std::vector<std::string>{"m_state == STOPPED_STATE", "m_state == STOPPED_STATE",
-                                                         "in_szName != 0", "in_callback != 0"}));
-    // Started again without waiting in between: start joins the ended thread.
-    ASSERT_TRUE(task().start());
-    task().stop();
-    EXPECT_TRUE(waitFor([] { return task().getTaskState() == Task::STOPPED_STATE; }));
-    ASSERT_TRUE(task().start());
+    EXPECT_EQ(responder.totalQueries(), 1);
+    EXPECT_EQ(asserts.texts(),
+              (std::vector<std::string>{"m_state == STOPPED_STATE", "in_szName != 0", "in_callback != 0"}));
     // Releasing the channel the task runs on stops the task and takes the channel back.
-    AresReactorTask::releaseChannel(first.get());
+    AresReactorTask::releaseChannel(other.get());
     EXPECT_EQ(task().getTaskState(), Task::RUNNING);
-    AresReactorTask::releaseChannel(second.get());
+    AresReactorTask::releaseChannel(channel.get());
     EXPECT_EQ(task().getTaskState(), Task::STOPPED_STATE);
     EXPECT_FALSE(task().start());  // no channel
 }
@@ -287,7 +233,7 @@ TEST(AresDisplayQuestion, ReadsEachQuestionAndFailsOnEveryTruncation) {
     }
 }
 
-TEST(AresDisplayQuestion, FailsOnCorruptedNamesAndPositionsAndNamesTypesAndClasses) {
+TEST(AresDisplayQuestion, FailsOnCorruptedInputAndNamesEveryTypeAndClass) {
     const auto header = dns::header(1, dns::RESPONSE_FLAGS, 1, 0);
     const struct {
         const char* what;
@@ -301,50 +247,35 @@ TEST(AresDisplayQuestion, FailsOnCorruptedNamesAndPositionsAndNamesTypesAndClass
         {"position at the end", dns::cat({header, dns::question("a.test")}), 24},
         {"position before the message", dns::cat({header, dns::question("a.test")}), -1},
     };
+    std::string name = "unchanged", text = "unchanged";
     for (const auto& c : corrupted) {
-        std::string name = "unchanged", text = "unchanged";
         // Inside a larger buffer, positions outside the message are still valid pointers.
         std::vector<unsigned char> storage(c.message.size() + 64);
         std::copy(c.message.begin(), c.message.end(), storage.begin() + 16);
         const unsigned char* abuf = storage.data() + 16;
-        EXPECT_EQ(Tarvik::Ares::display_question(abuf + c.offset, abuf, static_cast<int>(c.message.size()), name,
-                                                 text),
-                  nullptr)
-            << c.what;
-        EXPECT_EQ(name + "|" + text, "unchanged|unchanged") << c.what;
+        const int alen = static_cast<int>(c.message.size());
+        EXPECT_EQ(Tarvik::Ares::display_question(abuf + c.offset, abuf, alen, name, text), nullptr) << c.what;
     }
-    std::string name, text;
-    const int size = static_cast<int>(kAnswer.size());
-    EXPECT_EQ(Tarvik::Ares::display_question(nullptr, kAnswer.data(), size, name, text), nullptr);
-    EXPECT_EQ(Tarvik::Ares::display_question(kAnswer.data() + 12, nullptr, size, name, text), nullptr);
     EXPECT_EQ(Tarvik::Ares::display_question(kAnswer.data() + 12, kAnswer.data(), -5, name, text), nullptr);
-
+    EXPECT_EQ(name + "|" + text, "unchanged|unchanged");
     const struct {
         std::string name;
         uint16_t type, dnsClass;
         const char* text;
     } named[] = {
-        {"a.test", 5, 1, "a.test IN CNAME"},    {"a.test", 12, 4, "a.test HS PTR"},
+        {"a.test", 5, 1, "a.test IN CNAME"},      {"a.test", 12, 4, "a.test HS PTR"},
         {"a.test", 35, 254, "a.test NONE NAPTR"}, {"a.test", 255, 255, "a.test ANY ANY"},
-        {"a.test", 16, 3, "a.test CH TXT"},     {"a.test", 99, 1, "a.test IN TYPE99"},
-        {"a.test", 33, 1, "a.test IN SRV"},
-        {"a.test", 1, 42, "a.test CLASS42 A"}, {"", 2, 1, ". IN NS"},               {"A.Test", 41, 1, "A.Test IN OPT"},
+        {"a.test", 16, 3, "a.test CH TXT"},       {"a.test", 99, 1, "a.test IN TYPE99"},
+        {"a.test", 33, 1, "a.test IN SRV"},       {"a.test", 1, 42, "a.test CLASS42 A"},
+        {"", 2, 1, ". IN NS"},                    {"A.Test", 41, 1, "A.Test IN OPT"},
     };
     for (const auto& c : named) {
         const auto message = dns::cat({header, dns::question(c.name, c.type, c.dnsClass)});
-        EXPECT_EQ(Tarvik::Ares::display_question(message.data() + 12, message.data(), static_cast<int>(message.size()),
-                                                 name, text),
-                  message.data() + message.size());
+        const int alen = static_cast<int>(message.size());
+        EXPECT_EQ(Tarvik::Ares::display_question(message.data() + 12, message.data(), alen, name, text),
+                  message.data() + alen);
         EXPECT_EQ(name + "|" + text, c.name + "|" + c.text);
     }
-    const char* const opcodes[] = {"QUERY", "IQUERY", "STATUS", "UNKNOWN3", "NOTIFY", "UPDATE"};
-    const char* const rcodes[] = {"NOERROR", "FORMERR", "SERVFAIL", "NXDOMAIN", "NOTIMP", "REFUSED"};
-    for (int i = 0; i < 6; ++i) {
-        EXPECT_STREQ(Tarvik::Ares::opcodes[i], opcodes[i]);
-        EXPECT_STREQ(Tarvik::Ares::rcodes[i], rcodes[i]);
-    }
-    EXPECT_STREQ(Tarvik::Ares::rcodes[15], "UNKNOWN15");
-    EXPECT_STREQ(Tarvik::Ares::opcodes[15], "UNKNOWN15");
 }
 
 }  // namespace

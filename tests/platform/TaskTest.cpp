@@ -84,24 +84,39 @@ protected:
 
 const long kHour = 3600L * 1000;
 
-TEST(Task, RestartWithoutWaitingJoinsTheRunBefore) {
+TEST(Task, StartThatCannotMakeAThreadIsUndoneAndARestartWithoutWaitingJoinsTheRunBefore) {
     Counts requests, timers;
-    TestTask task(3);
+    TestTask task(4);
     EXPECT_FALSE(task.setNumThread(0));
     EXPECT_FALSE(task.configure(TSHandle<ROConfiguration>()));
+    // Threads made before the refusal (the timer thread first) -> the error logged.
+    const std::pair<int, std::string> faults[] = {
+        {0, "TaskWithTimersImpl::startServices : test.Task : cannot make the timer thread : "},
+        {2, "StaticReactorTaskImpl::start : test.Task : cannot make a thread (3 missing) : "}};
+    for (const auto& fault : faults) {
+        corvane_test::LogCapture capture;
+        std::atomic<int> attempts{0};
+        setThreadCreationFaultForTest([&] { return attempts++ >= fault.first; });
+        const bool bStarted = task.start();
+        setThreadCreationFaultForTest({});
+        ASSERT_FALSE(bStarted);  // else the wait below would not end
+        ASSERT_TRUE(task.waitUntilDone());
+        EXPECT_EQ(task.getTaskState(), Task::STOPPED_STATE);
+        EXPECT_TRUE(capture.contains(ERROR_LOG_LEVEL, fault.second + std::strerror(EAGAIN))) << fault.second;
+    }
+    EXPECT_EQ(task.exits, 1);  // the last thread out of a partial start runs the exit hook
     for (int run = 1; run <= 3; ++run) {
         ASSERT_TRUE(task.startAndWaitRunning());
         EXPECT_FALSE(task.start());  // already running
         EXPECT_FALSE(task.setNumThread(2));
-        EXPECT_EQ(task.exits, run - 1);  // the run before ended before this one began
+        EXPECT_EQ(task.exits, run);  // the run before ended before this one began
         for (int i = 0; i < 20; ++i) ASSERT_TRUE(task.enqueue(new Job(requests), "test"));
         ASSERT_GT(task.after(new Job(timers), 1, 2), 0);  // periodic: refires until stopped
         ASSERT_TRUE(waitFor([&] { return requests.ran == 20 * run && timers.ran >= 3 * run; }));
         task.stop();  // the next start comes without a wait
     }
     ASSERT_TRUE(task.waitUntilDone());
-    EXPECT_EQ(task.entries, 3);
-    EXPECT_EQ(task.exits, 3);
+    EXPECT_EQ(task.exits, 4);
     EXPECT_EQ(task.getTaskState(), Task::STOPPED_STATE);
     EXPECT_EQ(requests.destroyed + timers.destroyed, 63);
 }
@@ -145,30 +160,6 @@ TEST(Task, StopDuringTheEntryHookIsNotUndoneByIt) {
     exitGate.open();
     ASSERT_TRUE(task.waitUntilDone());
     EXPECT_EQ(task.getTaskState(), Task::STOPPED_STATE);
-}
-
-TEST(Task, StartThatCannotMakeAThreadIsUndoneAndTheNextStartWorks) {
-    // Threads made before the refusal (the timer thread first) -> the error logged.
-    const std::pair<int, std::string> cases[] = {
-        {0, "TaskWithTimersImpl::startServices : test.Task : cannot make the timer thread : "},
-        {2, "StaticReactorTaskImpl::start : test.Task : cannot make a thread (3 missing) : "}};
-    for (const auto& c : cases) {
-        corvane_test::LogCapture capture;
-        Counts counts;
-        TestTask task(4);
-        std::atomic<int> attempts{0};
-        setThreadCreationFaultForTest([&] { return attempts++ >= c.first; });
-        const bool bStarted = task.start();
-        setThreadCreationFaultForTest({});
-        ASSERT_FALSE(bStarted);  // else the wait below would not end
-        ASSERT_TRUE(task.waitUntilDone());
-        EXPECT_EQ(task.getTaskState(), Task::STOPPED_STATE);
-        EXPECT_EQ(task.exits, c.first == 0 ? 0 : 1);  // the last thread out of a partial start runs the exit hook
-        EXPECT_TRUE(capture.contains(ERROR_LOG_LEVEL, c.second + std::strerror(EAGAIN))) << c.second;
-        ASSERT_TRUE(task.startAndWaitRunning());
-        ASSERT_TRUE(task.enqueue(new Job(counts), "test"));
-        ASSERT_TRUE(waitFor([&] { return counts.ran == 1; }));
-    }
 }
 
 // A work that waits for its gate, if any, then delivers or not; counted, so that a leaked one shows.

@@ -107,7 +107,7 @@ TEST(AresReactorTask, EveryServerBehaviourGivesExactlyOneCallbackOnTheLoopThread
     }
 }
 
-TEST(AresReactorTask, LifecycleRefusesWhatItCannotDoAndASearchWhileNotRunningIsCancelledAtOnce) {
+TEST(AresReactorTask, LifecycleRefusesWhatItCannotDoFromAnyThreadAndCancelsASearchWhileNotRunning) {
     corvane_test::AssertCapture asserts;
     DnsResponder responder("127.53.1.8");
     responder.setDefault({DnsResponder::rcodeReply(dns::RCODE_NXDOMAIN)});  // to every name
@@ -120,39 +120,6 @@ TEST(AresReactorTask, LifecycleRefusesWhatItCannotDoAndASearchWhileNotRunningIsC
     ASSERT_TRUE(task().start());
     EXPECT_FALSE(task().start());
     EXPECT_FALSE(task().setChannel(other.get()));  // the channel is the loop's
-    task().stop();  // started again without waiting in between: start joins the ended thread
-    EXPECT_TRUE(waitFor([] { return task().getTaskState() == Task::STOPPED_STATE; }));
-    refused[1].search("a.test");  // after a stop
-    task().search(nullptr, 1, 1, &Outcome::callback, &refused[2]);  // still gets its one callback
-    task().search("a.test", 1, 1, nullptr, nullptr);                 // reported, nothing else happens
-    ASSERT_TRUE(task().start());
-    Outcome o;
-    o.search("a.test");
-    ASSERT_TRUE(o.heard());
-    EXPECT_EQ(o.status, ARES_ENOTFOUND);
-    const int statuses[] = {ARES_ECANCELLED, ARES_ECANCELLED, ARES_EBADNAME};
-    for (size_t i = 0; i < refused.size(); ++i) {
-        EXPECT_EQ(refused[i].calls, 1) << i;
-        EXPECT_EQ(refused[i].status, statuses[i]) << i;
-        EXPECT_EQ(refused[i].thread, std::this_thread::get_id()) << i;
-    }
-    EXPECT_EQ(responder.totalQueries(), 1);
-    EXPECT_EQ(asserts.texts(),
-              (std::vector<std::string>{"m_state == STOPPED_STATE", "in_szName != 0", "in_callback != 0"}));
-    // Releasing the channel the task runs on stops the task and takes the channel back.
-    AresReactorTask::releaseChannel(other.get());
-    EXPECT_EQ(task().getTaskState(), Task::RUNNING);
-    AresReactorTask::releaseChannel(channel.get());
-    EXPECT_EQ(task().getTaskState(), Task::STOPPED_STATE);
-    EXPECT_FALSE(task().start());  // no channel
-}
-
-TEST(AresReactorTask, CallbacksMaySearchAgainAndStopButNotStartOrWait) {
-    corvane_test::AssertCapture asserts;
-    DnsResponder responder("127.53.1.9");
-    responder.setDefault({DnsResponder::rcodeReply(dns::RCODE_NXDOMAIN)});  // to every name
-    ASSERT_TRUE(responder.start());
-    RunningTask running(responder);
     // The first callback searches again; the second tries to start, stops, and tries to wait.
     struct Chain {
         Outcome links[2];
@@ -171,11 +138,29 @@ TEST(AresReactorTask, CallbacksMaySearchAgainAndStopButNotStartOrWait) {
     } chain;
     task().search("link0.test", 1, 1, &Chain::callback, &chain);
     ASSERT_TRUE(chain.links[1].heard());
-    ASSERT_TRUE(task().waitUntilDone());
+    EXPECT_TRUE(waitFor([] { return task().getTaskState() == Task::STOPPED_STATE; }));
     EXPECT_EQ(chain.refused, 2);
     for (const Outcome& link : chain.links) EXPECT_TRUE(link.calls == 1 && link.status == ARES_ENOTFOUND);
-    EXPECT_EQ(responder.queryCount("link0.test") + responder.queryCount("link1.test"), 2);
-    EXPECT_EQ(asserts.texts(), std::vector<std::string>{"!isLoopThread()"});
+    EXPECT_EQ(responder.totalQueries(), 2);
+    refused[1].search("a.test");  // after a stop
+    task().search(nullptr, 1, 1, &Outcome::callback, &refused[2]);  // still gets its one callback
+    task().search("a.test", 1, 1, nullptr, nullptr);                 // reported, nothing else happens
+    const int statuses[] = {ARES_ECANCELLED, ARES_ECANCELLED, ARES_EBADNAME};
+    for (size_t i = 0; i < refused.size(); ++i) {
+        EXPECT_EQ(refused[i].calls, 1) << i;
+        EXPECT_EQ(refused[i].status, statuses[i]) << i;
+        EXPECT_EQ(refused[i].thread, std::this_thread::get_id()) << i;
+    }
+    EXPECT_EQ(asserts.texts(), (std::vector<std::string>{"m_state == STOPPED_STATE", "!isLoopThread()",
+                                                         "in_szName != 0", "in_callback != 0"}));
+    // Started again without waiting in between: start joins the ended thread.
+    ASSERT_TRUE(task().start());
+    // Releasing the channel the task runs on stops the task and takes the channel back.
+    AresReactorTask::releaseChannel(other.get());
+    EXPECT_EQ(task().getTaskState(), Task::RUNNING);
+    AresReactorTask::releaseChannel(channel.get());
+    EXPECT_EQ(task().getTaskState(), Task::STOPPED_STATE);
+    EXPECT_FALSE(task().start());  // no channel
 }
 
 TEST(AresReactorTaskDeathTest, ExitWhileRunningCancelsWhatIsInFlight) {
@@ -184,10 +169,9 @@ TEST(AresReactorTaskDeathTest, ExitWhileRunningCancelsWhatIsInFlight) {
         {
             DnsResponder responder("127.53.1.10");
             responder.start();
-            AresChannel channel(responder.address(), 10000, 1);
-            AresReactorTask::releaseChannel(channel.get());  // before the task exists: nothing to do
-            task().setChannel(channel.get());
-            task().start();
+            AresChannel unused(responder.address());
+            AresReactorTask::releaseChannel(unused.get());  // before the task exists: nothing to do
+            RunningTask running(responder, 10000, 1);
             task().search("hang.test", 1, 1,
                           [](void*, int in_iStatus, int, unsigned char*, int) {
                               std::fprintf(stderr, in_iStatus == ARES_ECANCELLED ? "cancelled\n" : "status %d\n",

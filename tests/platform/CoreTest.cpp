@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <log4cplus/logger.h>
-
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -41,9 +39,10 @@ TEST(Assertion, DefaultReportIsOneErrorOnTheCallersLoggerUnlessAHandlerTakesIt) 
     EXPECT_FALSE(CORVANE_ASSERT(logger, (++evaluations, false)));
     CORVANE_NOT_IMPLEMENTED(logger, "x");
     EXPECT_EQ(evaluations, 2);
-    std::vector<AssertionReport> seen;
+    std::vector<std::string> seen;
     Assertion::Handler previous = Assertion::setHandler([&](const AssertionReport& in_report) {
-        seen.push_back(in_report);
+        seen.push_back(in_report.text + " " + in_report.logger + " " + in_report.file + ":" +
+                       std::to_string(in_report.line));
     });
     const int line = __LINE__ + 1;
     CORVANE_ASSERT(logger, 1 + 1 == 3);
@@ -54,9 +53,7 @@ TEST(Assertion, DefaultReportIsOneErrorOnTheCallersLoggerUnlessAHandlerTakesIt) 
               (std::vector<std::string>{"40000 ASSERTION FAILED: (++evaluations, false)",
                                         "40000 ASSERTION FAILED: Not implemented : x",
                                         "40000 ASSERTION FAILED: 2 < 1"}));
-    ASSERT_EQ(seen.size(), 1u);
-    EXPECT_EQ(seen[0].text + " " + seen[0].logger + " " + seen[0].file, "1 + 1 == 3 test.Assertion " __FILE__);
-    EXPECT_EQ(seen[0].line, line);
+    EXPECT_EQ(seen, std::vector<std::string>{"1 + 1 == 3 test.Assertion " __FILE__ ":" + std::to_string(line)});
 }
 
 TEST(Logging, LevelNamesParseAndMessagesAndTraceScopesAreBuiltAndWrittenOnlyWhenTheirLevelIsEnabled) {
@@ -88,17 +85,15 @@ TEST(Logging, LevelNamesParseAndMessagesAndTraceScopesAreBuiltAndWrittenOnlyWhen
         }
         EXPECT_EQ(linesOf(capture, "test.logging.Levels"), written);
     }
-    for (const char* bad : {"debug", "", "WARNING", " INFO", "ALL"}) {
-        int level = -1;
-        EXPECT_FALSE(parseLogLevel(bad, level) || level != -1) << bad;
-    }
+    int level = -1;
+    for (const char* bad : {"debug", "", "WARNING", " INFO", "ALL"}) EXPECT_FALSE(parseLogLevel(bad, level)) << bad;
+    EXPECT_EQ(level, -1);
 }
 
 TEST(Logging, AncestorMadeWhileAChildLogsIsNoRace) {
     static int s_iRun = 0;  // names no earlier run in this process used
     const std::string base = "test.logging.Ancestor" + std::to_string(++s_iRun);
     const Logger& child = getLogger((base + ".inner.leaf").c_str());
-    EXPECT_TRUE(log4cplus::Logger::exists(base + ".inner"));
     // Each level check walks the child's ancestors: asking for one of them
     // meanwhile must not re-link the child under the writer (ThreadSanitizer).
     std::atomic<bool> bAsked{false};

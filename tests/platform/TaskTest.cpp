@@ -24,15 +24,13 @@ using Op = AddTimeoutToBlockingOpTask;
 namespace {
 
 struct Counts {
-    std::atomic<int> created{0}, ran{0}, cancelled{0}, destroyed{0};
+    std::atomic<int> ran{0}, cancelled{0}, destroyed{0};
 };
 
 // A request, or a timer's processor, that counts itself and runs a body.
 class Job : public ACE_Method_Request, public TimeoutProcessor {
 public:
-    explicit Job(Counts& io_counts, std::function<void()> in_body = {}) : m_counts(io_counts), m_body(in_body) {
-        ++m_counts.created;
-    }
+    explicit Job(Counts& io_counts, std::function<void()> in_body = {}) : m_counts(io_counts), m_body(in_body) {}
     ~Job() override { ++m_counts.destroyed; }
     int call() override {
         if (m_body) m_body();
@@ -58,9 +56,7 @@ public:
         stop();
         waitUntilDone();
     }
-    bool startAndWaitRunning() {
-        return start() && waitFor([this] { return getTaskState() == Task::RUNNING; });
-    }
+    bool startAndWaitRunning() { return start() && waitFor([this] { return getTaskState() == Task::RUNNING; }); }
     using AddTimeoutToBlockingOpTask::waitForEndOfRun;
     long after(Job* in_pJob, long in_lMs, long in_lIntervalMs = 0) {
         return scheduleTimerImpl(in_pJob, nullptr, ACE_Time_Value(0, in_lMs * 1000),
@@ -201,19 +197,16 @@ TEST(BlockingOp, EachOutcomeOfAQueuedWork) {
         SCOPED_TRACE(c.what);
         corvane_test::LogCapture capture;
         Gate gate;
-        int out = -1, takes = 0;
+        int out = -1;
         const ACE_Time_Value timeout = c.timeoutMs == -1   ? ACE_Time_Value::max_time
                                        : c.timeoutMs == -2 ? ACE_Time_Value::max_time - ACE_Time_Value(1)
                                                            : ACE_Time_Value(0, c.timeoutMs * 1000);
         auto* pWork = new ScriptedWork(c.action, c.blocked ? &gate : nullptr);
-        const auto take = [&](const int& in_value) {
-            ++takes;
-            out = in_value;
-        };
-        const int code = bTake ? task.doWorkAndTake<int>(pWork, take, timeout) : task.doWork<int>(pWork, out, timeout);
+        const auto take = [&out](const int& in_value) { out = in_value; };
+        const int code =
+            bTake ? task.doWorkAndTake<int>(pWork, take, timeout) : task.doWork<int>(pWork, out, timeout);
         EXPECT_EQ(code, c.expectedCode);
         EXPECT_EQ(out, code == Op::DOWORK_RESULT ? 42 : -1);  // written only with a valid result
-        EXPECT_EQ(takes, bTake && code == Op::DOWORK_RESULT ? 1 : 0);
         // A wait ended by its deadline fails with ETIME, whose text says nothing of a time-out.
         const std::string etime = std::string("AddTimeoutToBlockingOpTask::doWork : ") + std::strerror(ETIME);
         EXPECT_EQ(capture.contains(DEBUG_LOG_LEVEL, etime), code == Op::DOWORK_TIMEOUT && c.timeoutMs >= 0);
@@ -245,7 +238,6 @@ TEST(Task, StopDropsQueuedWorkWakesItsWaiterAndRefusesLaterWork) {
     task.stop();
     waiter.join();
     EXPECT_EQ(code, Op::DOWORK_NO_RESULT);  // learnt at once, not at the deadline
-    EXPECT_EQ(task.getTaskState(), Task::STOPPING_STATE);
     EXPECT_GE(queued.destroyed, 3);  // requests by stop itself, before the running one ends
     EXPECT_FALSE(task.enqueue(new Job(refused), "stopping"));
     EXPECT_EQ(task.after(new Job(refused), 0), -1);
@@ -288,7 +280,6 @@ TEST(Timers, ItsOwnThreadsCannotWaitForNorRestartTheTaskButMayScheduleAndCancel)
         ASSERT_GT(task.after(new Job(counts), 1), 0);  // wakes the thread
         ASSERT_TRUE(waitFor([&] { return counts.ran == 3 + round; }));
     }
-    EXPECT_EQ(task.getTaskState(), Task::RUNNING);
 }
 
 }  // namespace

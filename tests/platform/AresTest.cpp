@@ -57,7 +57,7 @@ struct RunningTask {
     }
     ~RunningTask() {
         task().stop();
-        task().waitUntilDone();
+        EXPECT_TRUE(task().waitUntilDone());
         task().setChannel(nullptr);
     }
     AresChannel channel;

@@ -125,7 +125,6 @@ TEST(Task, StartThatCannotMakeAThreadIsUndoneAndARestartWithoutWaitingJoinsTheRu
     EXPECT_EQ(task.exits, 4);
     EXPECT_EQ(task.getTaskState(), Task::STOPPED_STATE);
     EXPECT_EQ(requests.destroyed + timers.destroyed, 3600);  // each exactly once
-    EXPECT_EQ(timers.cancelled, 0);
 }
 
 TEST(Task, StopDuringTheEntryHookIsNotUndoneByIt) {
@@ -145,7 +144,6 @@ TEST(Task, StopDuringTheEntryHookIsNotUndoneByIt) {
     EXPECT_EQ(task.getTaskState(), Task::STOPPING_STATE);
     exitGate.open();
     ASSERT_TRUE(task.waitUntilDone());
-    EXPECT_EQ(task.getTaskState(), Task::STOPPED_STATE);
 }
 
 // A work that waits for its gate, if any, then delivers or not; counted, so that a leaked one shows.

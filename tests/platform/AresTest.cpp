@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
@@ -33,23 +34,19 @@ struct Outcome {
     std::atomic<int> calls{0};
     int status = -1;
     bool nullAnswer = true;
-    std::vector<unsigned char> answer;
     std::thread::id thread;
 
-    static void callback(void* in_pArg, int in_iStatus, int, unsigned char* in_abuf, int in_alen) {
+    static void callback(void* in_pArg, int in_iStatus, int, unsigned char* in_abuf, int) {
         Outcome* o = static_cast<Outcome*>(in_pArg);
         o->status = in_iStatus;
         o->nullAnswer = in_abuf == nullptr;
-        o->answer.assign(in_abuf, in_abuf == nullptr ? in_abuf : in_abuf + in_alen);
         o->thread = std::this_thread::get_id();
         ++o->calls;
     }
     void search(const std::string& in_name) {
         task().search(in_name.c_str(), 1 /*IN*/, 1 /*A*/, &Outcome::callback, this);
     }
-    bool heard() const {
-        return waitFor([this] { return calls > 0; }, 20s);
-    }
+    bool heard() const { return waitFor([this] { return calls > 0; }, 20s); }
 };
 
 // The channel handed to the process-wide task, which runs while this lives.
@@ -61,29 +58,21 @@ struct RunningTask {
     }
     ~RunningTask() {
         task().stop();
-        task().waitUntilDone();
+        EXPECT_TRUE(task().waitUntilDone());
         task().setChannel(nullptr);
     }
     AresChannel channel;
 };
 
-// A responder on its own loopback address that answers NXDOMAIN to every name it was not told of.
-struct Responder : DnsResponder {
-    explicit Responder(const char* in_szAddress) : DnsResponder(in_szAddress) {
-        setDefault({DnsResponder::rcodeReply(dns::RCODE_NXDOMAIN)});
-    }
-};
-
 TEST(AresReactorTask, EveryServerBehaviourGivesExactlyOneCallbackOnTheLoopThread) {
     DnsResponder responder("127.53.1.1");
-    const auto answered = dns::response("answered.test", {dns::a(dns::pointer(12), "10.1.0.1", 60)});
-    responder.answer("answered.test", answered);
     responder.answer("nx.test", dns::response("nx.test", {}, dns::RCODE_NXDOMAIN));
     responder.answer("servfail.test", dns::response("servfail.test", {}, dns::RCODE_SERVFAIL));
     responder.never("silent.test");
     const auto answer = [](const char* in_szName) {
         return dns::response(in_szName, {dns::a(dns::pointer(12), "10.1.0.2", 60)});
     };
+    responder.answer("answered.test", answer("answered.test"));
     responder.answerLate("late.test", answer("late.test"), 50ms);
     responder.answerLate("toolate.test", dns::response("toolate.test", {}), 3000ms);
     responder.script("wrongid.test",  // the wrong id is dropped, the right one that follows taken
@@ -115,164 +104,62 @@ TEST(AresReactorTask, EveryServerBehaviourGivesExactlyOneCallbackOnTheLoopThread
         EXPECT_NE(o.thread, std::this_thread::get_id());
         EXPECT_EQ(responder.queryCount(cases[i].name), cases[i].queries);
     }
-    // The answer is handed over byte for byte, with the query's id.
-    EXPECT_EQ(std::vector<unsigned char>(outcomes[0].answer.begin() + 2, outcomes[0].answer.end()),
-              std::vector<unsigned char>(answered.begin() + 2, answered.end()));
-    EXPECT_EQ(responder.queries().at(0).type, dns::TYPE_A);
-    EXPECT_EQ(responder.queries().at(0).dnsClass, dns::CLASS_IN);
 }
 
-TEST(AresReactorTask, StopCancelsWhatIsInFlightOrQueuedOnceEachAndSendsNothingMore) {
-    Responder responder("127.53.1.3");
-    responder.never("hang.test");
-    ASSERT_TRUE(responder.start());
-    RunningTask running(responder, 10000, 1);
-    std::deque<Outcome> cancelled(6);  // the first in flight, the others queued behind the gate
-    cancelled[0].search("hang.test");
-    ASSERT_TRUE(responder.waitForQueries("hang.test", 1, 10s));
-    // The gate's callback holds the loop thread until opened, so later searches stay queued.
-    struct Gates {
-        corvane_test::Gate entered, open;
-    } gates;
-    task().search("gate.test", 1, 1,
-                  [](void* in_pArg, int, int, unsigned char*, int) {
-                      static_cast<Gates*>(in_pArg)->entered.open();
-                      static_cast<Gates*>(in_pArg)->open.wait(20s);
-                  },
-                  &gates);
-    ASSERT_TRUE(gates.entered.wait(10s));
-    for (size_t i = 1; i < cancelled.size(); ++i) cancelled[i].search("queued" + std::to_string(i) + ".test");
-    EXPECT_TRUE(task().stop());
-    EXPECT_EQ(task().getTaskState(), Task::STOPPING_STATE);
-    Outcome late;  // while stopping, cancelled before search returns, on the caller's thread
-    late.search("late.test");
-    EXPECT_EQ(late.calls, 1);
-    EXPECT_EQ(late.status, ARES_ECANCELLED);
-    EXPECT_EQ(late.thread, std::this_thread::get_id());
-    gates.open.open();
-    ASSERT_TRUE(task().waitUntilDone());
-    EXPECT_EQ(task().getTaskState(), Task::STOPPED_STATE);
-    for (const Outcome& o : cancelled) {
-        EXPECT_EQ(o.calls, 1);
-        EXPECT_EQ(o.status, ARES_ECANCELLED);
-        EXPECT_TRUE(o.nullAnswer);
-        EXPECT_NE(o.thread, std::this_thread::get_id());
-    }
-    EXPECT_EQ(responder.totalQueries(), 2);  // hang.test and gate.test only
-}
-
-TEST(AresReactorTask, SearchWhileNotRunningIsCancelledOnTheCallersThread) {
+TEST(AresReactorTask, LifecycleRefusesWhatItCannotDoFromAnyThreadAndCancelsASearchWhileNotRunning) {
     corvane_test::AssertCapture asserts;
-    Responder responder("127.53.1.5");
+    DnsResponder responder("127.53.1.8");
+    responder.setDefault({DnsResponder::rcodeReply(dns::RCODE_NXDOMAIN)});  // to every name
     ASSERT_TRUE(responder.start());
-    std::deque<Outcome> outcomes(3);
-    outcomes[0].search("a.test");  // never started
-    { RunningTask running(responder); }
-    outcomes[1].search("a.test");  // after a stop
-    task().search(nullptr, 1, 1, &Outcome::callback, &outcomes[2]);  // still gets its one callback
-    task().search("a.test", 1, 1, nullptr, nullptr);                 // reported, nothing else happens
-    const int statuses[] = {ARES_ECANCELLED, ARES_ECANCELLED, ARES_EBADNAME};
-    for (size_t i = 0; i < outcomes.size(); ++i) {
-        EXPECT_EQ(outcomes[i].calls, 1) << i;
-        EXPECT_EQ(outcomes[i].status, statuses[i]) << i;
-        EXPECT_TRUE(outcomes[i].nullAnswer) << i;
-        EXPECT_EQ(outcomes[i].thread, std::this_thread::get_id()) << i;
-    }
-    EXPECT_EQ(responder.totalQueries(), 0);
-    EXPECT_EQ(asserts.texts(), (std::vector<std::string>{"in_szName != 0", "in_callback != 0"}));
-}
-
-TEST(AresReactorTask, ManyThreadsSearchingAtOnceGetOneCallbackPerSearch) {
-    Responder responder("127.53.1.6");
-    ASSERT_TRUE(responder.start());
-    RunningTask running(responder, 2000, 3);
-    std::deque<Outcome> outcomes(4 * 30);
-    std::vector<std::thread> searchers;
-    for (size_t t = 0; t < 4; ++t) {
-        searchers.emplace_back([&outcomes, t] {
-            for (size_t i = t * 30; i < t * 30 + 30; ++i) outcomes[i].search("m" + std::to_string(i) + ".test");
-        });
-    }
-    for (std::thread& searcher : searchers) searcher.join();
-    for (const Outcome& o : outcomes) {
-        ASSERT_TRUE(o.heard());
-        EXPECT_TRUE(o.calls == 1 && o.status == ARES_ENOTFOUND);
-    }
-}
-
-TEST(AresReactorTask, LifecycleRefusesWhatItCannotDoAndRestartsWithTheSameOrAnotherChannel) {
-    corvane_test::AssertCapture asserts;
-    Responder responder("127.53.1.8");
-    ASSERT_TRUE(responder.start());
-    AresChannel first(responder.address()), second(responder.address());
-    EXPECT_EQ(task().getTaskState(), Task::STOPPED_STATE);
-    EXPECT_TRUE(task().waitUntilDone());  // never started
-    EXPECT_TRUE(task().stop());           // already stopped
-    EXPECT_FALSE(task().start());         // no channel
-    for (ares_channel channel : {first.get(), first.get(), second.get()}) {
-        ASSERT_TRUE(task().setChannel(channel));
-        ASSERT_TRUE(task().start());
-        EXPECT_EQ(task().getTaskState(), Task::RUNNING);
-        EXPECT_FALSE(task().start());
-        EXPECT_FALSE(task().setChannel(first.get()));  // the channel is the loop's
-        Outcome o;
-        o.search("a.test");
-        ASSERT_TRUE(o.heard());
-        EXPECT_EQ(o.status, ARES_ENOTFOUND);
-        EXPECT_TRUE(task().stop());
-        EXPECT_TRUE(task().waitUntilDone());
-        EXPECT_TRUE(task().waitUntilDone());  // twice is fine
-        EXPECT_EQ(task().getTaskState(), Task::STOPPED_STATE);
-    }
-    EXPECT_EQ(asserts.texts(), std::vector<std::string>(3, "m_state == STOPPED_STATE"));
-    // Started again without waiting in between: start joins the ended thread.
+    AresChannel channel(responder.address()), other(responder.address());
+    std::deque<Outcome> refused(3);
+    refused[0].search("a.test");  // never started
+    ASSERT_TRUE(task().setChannel(channel.get()));
     ASSERT_TRUE(task().start());
-    task().stop();
-    EXPECT_TRUE(waitFor([] { return task().getTaskState() == Task::STOPPED_STATE; }));
-    ASSERT_TRUE(task().start());
-    // Releasing the channel the task runs on stops the task and takes the channel back.
-    AresReactorTask::releaseChannel(first.get());
-    AresReactorTask::releaseChannel(nullptr);
-    EXPECT_EQ(task().getTaskState(), Task::RUNNING);
-    AresReactorTask::releaseChannel(second.get());
-    EXPECT_EQ(task().getTaskState(), Task::STOPPED_STATE);
-    EXPECT_FALSE(task().start());  // no channel
-    EXPECT_TRUE(task().kill());
-}
-
-TEST(AresReactorTask, CallbacksMaySearchAgainAndStopButNotStartOrWait) {
-    corvane_test::AssertCapture asserts;
-    Responder responder("127.53.1.9");
-    ASSERT_TRUE(responder.start());
-    RunningTask running(responder);
-    // Each link searches the next from its callback; the last tries to start, stops, and tries to wait.
+    EXPECT_FALSE(task().start());
+    EXPECT_FALSE(task().setChannel(other.get()));  // the channel is the loop's
+    // The first callback searches again; the second tries to start, stops, and tries to wait.
     struct Chain {
-        std::deque<Outcome> links = std::deque<Outcome>(3);
-        size_t next = 0;
+        Outcome links[2];
         int refused = 0;
         static void callback(void* in_pArg, int in_iStatus, int, unsigned char* in_abuf, int in_alen) {
             Chain* c = static_cast<Chain*>(in_pArg);
-            Outcome* link = &c->links[c->next++];
-            if (c->next < c->links.size()) {
-                task().search(("link" + std::to_string(c->next) + ".test").c_str(), 1, 1, &Chain::callback, c);
-            } else {
+            const bool bFirst = c->links[0].calls == 0;
+            if (bFirst) task().search("link1.test", 1, 1, &Chain::callback, c);
+            if (!bFirst) {
                 c->refused += !task().start();
                 task().stop();
                 c->refused += !task().waitUntilDone();
+                errno = EINTR;  // left by an interrupted call: the loop must still read its wake-up once
             }
-            Outcome::callback(link, in_iStatus, 0, in_abuf, in_alen);
+            Outcome::callback(&c->links[bFirst ? 0 : 1], in_iStatus, 0, in_abuf, in_alen);
         }
     } chain;
     task().search("link0.test", 1, 1, &Chain::callback, &chain);
-    ASSERT_TRUE(chain.links.back().heard());
-    ASSERT_TRUE(task().waitUntilDone());
+    ASSERT_TRUE(chain.links[1].heard());
+    EXPECT_TRUE(waitFor([] { return task().getTaskState() == Task::STOPPED_STATE; }));
     EXPECT_EQ(chain.refused, 2);
-    for (size_t i = 0; i < chain.links.size(); ++i) {
-        EXPECT_EQ(chain.links[i].calls, 1);
-        EXPECT_EQ(chain.links[i].status, ARES_ENOTFOUND);
-        EXPECT_EQ(responder.queryCount("link" + std::to_string(i) + ".test"), 1);
+    for (const Outcome& link : chain.links) EXPECT_TRUE(link.calls == 1 && link.status == ARES_ENOTFOUND);
+    EXPECT_EQ(responder.totalQueries(), 2);
+    refused[1].search("a.test");  // after a stop
+    task().search(nullptr, 1, 1, &Outcome::callback, &refused[2]);  // still gets its one callback
+    task().search("a.test", 1, 1, nullptr, nullptr);                 // reported, nothing else happens
+    const int statuses[] = {ARES_ECANCELLED, ARES_ECANCELLED, ARES_EBADNAME};
+    for (size_t i = 0; i < refused.size(); ++i) {
+        EXPECT_EQ(refused[i].calls, 1) << i;
+        EXPECT_EQ(refused[i].status, statuses[i]) << i;
+        EXPECT_EQ(refused[i].thread, std::this_thread::get_id()) << i;
     }
-    EXPECT_EQ(asserts.texts(), std::vector<std::string>{"!isLoopThread()"});
+    EXPECT_EQ(asserts.texts(), (std::vector<std::string>{"m_state == STOPPED_STATE", "!isLoopThread()",
+                                                         "in_szName != 0", "in_callback != 0"}));
+    // Started again without waiting in between: start joins the ended thread.
+    ASSERT_TRUE(task().start());
+    // Releasing the channel the task runs on stops the task and takes the channel back.
+    AresReactorTask::releaseChannel(other.get());
+    EXPECT_EQ(task().getTaskState(), Task::RUNNING);
+    AresReactorTask::releaseChannel(channel.get());
+    EXPECT_EQ(task().getTaskState(), Task::STOPPED_STATE);
+    EXPECT_FALSE(task().start());  // no channel
 }
 
 TEST(AresReactorTaskDeathTest, ExitWhileRunningCancelsWhatIsInFlight) {
@@ -281,10 +168,9 @@ TEST(AresReactorTaskDeathTest, ExitWhileRunningCancelsWhatIsInFlight) {
         {
             DnsResponder responder("127.53.1.10");
             responder.start();
-            AresChannel channel(responder.address(), 10000, 1);
-            AresReactorTask::releaseChannel(channel.get());  // before the task exists: nothing to do
-            task().setChannel(channel.get());
-            task().start();
+            AresChannel unused(responder.address());
+            AresReactorTask::releaseChannel(unused.get());  // before the task exists: nothing to do
+            RunningTask running(responder, 10000, 1);
             task().search("hang.test", 1, 1,
                           [](void*, int in_iStatus, int, unsigned char*, int) {
                               std::fprintf(stderr, in_iStatus == ARES_ECANCELLED ? "cancelled\n" : "status %d\n",
@@ -304,7 +190,7 @@ const std::vector<unsigned char> kAnswer = {
     0x00, 0x00, 0x00, 0x3C, 0x00, 0x04, 0x0A, 0x00, 0x00, 0x01,
 };
 
-TEST(AresDisplayQuestion, ReadsEachQuestionAndFailsOnEveryTruncation) {
+TEST(AresDisplayQuestion, ReadsEachQuestionAndFailsOnEveryTruncationOrCorruption) {
     for (int alen = 0; alen <= static_cast<int>(kAnswer.size()); ++alen) {
         SCOPED_TRACE(alen);
         // The compressed second question reads bytes before it: it needs its own end only.
@@ -318,9 +204,6 @@ TEST(AresDisplayQuestion, ReadsEachQuestionAndFailsOnEveryTruncation) {
                                                          : "b.test|b.test IN AAAA");
         }
     }
-}
-
-TEST(AresDisplayQuestion, FailsOnCorruptedNamesAndPositionsAndNamesTypesAndClasses) {
     const auto header = dns::header(1, dns::RESPONSE_FLAGS, 1, 0);
     const struct {
         const char* what;
@@ -334,50 +217,34 @@ TEST(AresDisplayQuestion, FailsOnCorruptedNamesAndPositionsAndNamesTypesAndClass
         {"position at the end", dns::cat({header, dns::question("a.test")}), 24},
         {"position before the message", dns::cat({header, dns::question("a.test")}), -1},
     };
+    std::string name = "unchanged", text = "unchanged";
     for (const auto& c : corrupted) {
-        std::string name = "unchanged", text = "unchanged";
-        // Inside a larger buffer, positions outside the message are still valid pointers.
-        std::vector<unsigned char> storage(c.message.size() + 64);
-        std::copy(c.message.begin(), c.message.end(), storage.begin() + 16);
-        const unsigned char* abuf = storage.data() + 16;
-        EXPECT_EQ(Tarvik::Ares::display_question(abuf + c.offset, abuf, static_cast<int>(c.message.size()), name,
-                                                 text),
-                  nullptr)
-            << c.what;
-        EXPECT_EQ(name + "|" + text, "unchanged|unchanged") << c.what;
+        // Padded, so that positions outside the message are still valid pointers.
+        const dns::Bytes padded = dns::cat({dns::Bytes(16), c.message, dns::Bytes(48)});
+        const unsigned char* abuf = padded.data() + 16;
+        const int alen = static_cast<int>(c.message.size());
+        EXPECT_EQ(Tarvik::Ares::display_question(abuf + c.offset, abuf, alen, name, text), nullptr) << c.what;
     }
-    std::string name, text;
-    const int size = static_cast<int>(kAnswer.size());
-    EXPECT_EQ(Tarvik::Ares::display_question(nullptr, kAnswer.data(), size, name, text), nullptr);
-    EXPECT_EQ(Tarvik::Ares::display_question(kAnswer.data() + 12, nullptr, size, name, text), nullptr);
     EXPECT_EQ(Tarvik::Ares::display_question(kAnswer.data() + 12, kAnswer.data(), -5, name, text), nullptr);
-
+    EXPECT_EQ(name + "|" + text, "unchanged|unchanged");
     const struct {
         std::string name;
         uint16_t type, dnsClass;
         const char* text;
     } named[] = {
-        {"a.test", 5, 1, "a.test IN CNAME"},    {"a.test", 12, 4, "a.test HS PTR"},
+        {"a.test", 5, 1, "a.test IN CNAME"},      {"a.test", 12, 4, "a.test HS PTR"},
         {"a.test", 35, 254, "a.test NONE NAPTR"}, {"a.test", 255, 255, "a.test ANY ANY"},
-        {"a.test", 16, 3, "a.test CH TXT"},     {"a.test", 99, 1, "a.test IN TYPE99"},
-        {"a.test", 33, 1, "a.test IN SRV"},
-        {"a.test", 1, 42, "a.test CLASS42 A"}, {"", 2, 1, ". IN NS"},               {"A.Test", 41, 1, "A.Test IN OPT"},
+        {"a.test", 16, 3, "a.test CH TXT"},       {"a.test", 99, 1, "a.test IN TYPE99"},
+        {"a.test", 33, 1, "a.test IN SRV"},       {"a.test", 1, 42, "a.test CLASS42 A"},
+        {"", 2, 1, ". IN NS"},                    {"A.Test", 41, 1, "A.Test IN OPT"},
     };
     for (const auto& c : named) {
         const auto message = dns::cat({header, dns::question(c.name, c.type, c.dnsClass)});
-        EXPECT_EQ(Tarvik::Ares::display_question(message.data() + 12, message.data(), static_cast<int>(message.size()),
-                                                 name, text),
-                  message.data() + message.size());
+        const int alen = static_cast<int>(message.size());
+        EXPECT_EQ(Tarvik::Ares::display_question(message.data() + 12, message.data(), alen, name, text),
+                  message.data() + alen);
         EXPECT_EQ(name + "|" + text, c.name + "|" + c.text);
     }
-    const char* const opcodes[] = {"QUERY", "IQUERY", "STATUS", "UNKNOWN3", "NOTIFY", "UPDATE"};
-    const char* const rcodes[] = {"NOERROR", "FORMERR", "SERVFAIL", "NXDOMAIN", "NOTIMP", "REFUSED"};
-    for (int i = 0; i < 6; ++i) {
-        EXPECT_STREQ(Tarvik::Ares::opcodes[i], opcodes[i]);
-        EXPECT_STREQ(Tarvik::Ares::rcodes[i], rcodes[i]);
-    }
-    EXPECT_STREQ(Tarvik::Ares::rcodes[15], "UNKNOWN15");
-    EXPECT_STREQ(Tarvik::Ares::opcodes[15], "UNKNOWN15");
 }
 
 }  // namespace

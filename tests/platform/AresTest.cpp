@@ -13,7 +13,7 @@
 #include "platform/Ares.h"
 #include "platform/AresReactorTask.h"
 #include "support/AresChannel.h"
-#include "support/AssertCapture.h"
+#include "support/LogCapture.h"
 #include "support/BoundedWait.h"
 #include "support/DnsResponder.h"
 
@@ -107,7 +107,7 @@ TEST(AresReactorTask, EveryServerBehaviourGivesExactlyOneCallbackOnTheLoopThread
 }
 
 TEST(AresReactorTask, LifecycleRefusesWhatItCannotDoFromAnyThreadAndCancelsASearchWhileNotRunning) {
-    corvane_test::AssertCapture asserts;
+    corvane_test::LogCapture asserts;
     DnsResponder responder("127.53.1.8");
     responder.setDefault({DnsResponder::rcodeReply(dns::RCODE_NXDOMAIN)});  // to every name
     ASSERT_TRUE(responder.start());
@@ -150,7 +150,7 @@ TEST(AresReactorTask, LifecycleRefusesWhatItCannotDoFromAnyThreadAndCancelsASear
         EXPECT_EQ(refused[i].status, statuses[i]) << i;
         EXPECT_EQ(refused[i].thread, std::this_thread::get_id()) << i;
     }
-    EXPECT_EQ(asserts.texts(), (std::vector<std::string>{"m_state == STOPPED_STATE", "!isLoopThread()",
+    EXPECT_EQ(asserts.assertions(), (std::vector<std::string>{"m_state == STOPPED_STATE", "!isLoopThread()",
                                                          "in_szName != 0", "in_callback != 0"}));
     // Started again without waiting in between: start joins the ended thread.
     ASSERT_TRUE(task().start());

@@ -11,9 +11,8 @@
 #include "platform/AddTimeoutToBlockingOpTask.h"
 #include "platform/MemAccount.h"
 #include "platform/Thread.h"
-#include "support/AssertCapture.h"
-#include "support/BoundedWait.h"
 #include "support/LogCapture.h"
+#include "support/BoundedWait.h"
 
 using namespace Tarvik;
 using namespace std::chrono_literals;
@@ -214,7 +213,7 @@ TEST(BlockingOp, EachOutcomeOfAQueuedWork) {
 }
 
 TEST(Task, StopDropsQueuedWorkWakesItsWaiterAndRefusesLaterWork) {
-    corvane_test::AssertCapture asserts;
+    corvane_test::LogCapture asserts;
     Counts blocker, queued, refused;
     Gate gate;
     TestTask task(1);
@@ -223,7 +222,7 @@ TEST(Task, StopDropsQueuedWorkWakesItsWaiterAndRefusesLaterWork) {
     EXPECT_EQ(task.doWork<int>(new ScriptedWork(ScriptedWork::DELIVER_VALID), out, limit), Op::DOWORK_FAILED);
     ASSERT_TRUE(task.startAndWaitRunning());
     EXPECT_EQ(task.doWork<int>(nullptr, out, limit), Op::DOWORK_FAILED);
-    EXPECT_EQ(asserts.texts(), std::vector<std::string>{"in_pNewWork != 0"});
+    EXPECT_EQ(asserts.assertions(), std::vector<std::string>{"in_pNewWork != 0"});
     ASSERT_TRUE(task.enqueue(new Job(blocker, [&] { gate.wait(); }), "blocker"));
     ASSERT_GT(task.after(new Job(queued), kHour, kHour), 0);
     for (int i = 0; i < 3; ++i) ASSERT_TRUE(task.enqueue(new Job(queued), "queued"));

@@ -1,6 +1,5 @@
-// Reads the input as a DNS message, as the resolver logs an answer: the
-// header's codes through the name tables, then its questions.
-#include <cstddef>
+// Reads the input as a DNS message, as the resolver logs an answer: the header's codes through the
+// name tables, then its questions.
 #include <cstdint>
 #include <string>
 

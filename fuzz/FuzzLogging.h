@@ -8,9 +8,8 @@
 
 inline bool logEverythingToNowhere() {
     Tarvik::initializeLogging();
-    log4cplus::Logger root = log4cplus::Logger::getRoot();
-    root.removeAllAppenders();
-    root.addAppender(log4cplus::SharedAppenderPtr(new log4cplus::NullAppender));
-    root.setLogLevel(log4cplus::TRACE_LOG_LEVEL);
+    log4cplus::Logger::getRoot().removeAllAppenders();
+    log4cplus::Logger::getRoot().addAppender(log4cplus::SharedAppenderPtr(new log4cplus::NullAppender));
+    log4cplus::Logger::getRoot().setLogLevel(log4cplus::TRACE_LOG_LEVEL);
     return true;
 }

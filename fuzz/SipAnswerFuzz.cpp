@@ -1,39 +1,32 @@
-// The SIP server locator's answer parsing of any DNS message, asked for the
-// name and type of its own question (or the first byte's type when there is
-// none). A parse fails with a reason, or gives records that keep the parser's
-// promises: lower-case names without dots at the ends, TTLs in range, sets
-// that hold what their kind says.
+// The SIP server locator's parsing of any DNS message, asked for its own question's name and type
+// (or the first byte's type). It fails with a reason, or gives records that keep the parser's promises:
+// lower-case names without dots at the ends, TTLs in range, sets that hold what their kind says.
 #include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <string>
 
 #include "net/SipAnswerParser.h"
 
-namespace {
-
 namespace SipDns = Tarvik::Net::SipDns;
 
-bool plainName(const std::string& in_name) {
-    const bool bDotAtAnEnd = !in_name.empty() && (in_name.front() == '.' || in_name.back() == '.');
-    return !bDotAtAnEnd && std::none_of(in_name.begin(), in_name.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
+static bool plainName(const std::string& in_name) {
+    return std::none_of(in_name.begin(), in_name.end(), [](char c) { return c >= 'A' && c <= 'Z'; }) &&
+           (in_name.empty() || (in_name.front() != '.' && in_name.back() != '.'));
 }
 
-bool keepsPromises(const SipDns::RecordSet& in_set, bool in_bAdditional) {
-    const bool bRecords = in_set.kind == SipDns::RecordSet::RECORDS;
-    bool ok = bRecords ? in_set.size() != 0 && in_set.ttl <= 7 * 24 * 3600
-                       : !in_bAdditional && in_set.size() == 0 && in_set.ttl <= SipDns::kMaxNegativeTtl;
+static bool keepsPromises(const SipDns::RecordSet& in_set, bool in_bAdditional) {
+    bool ok = in_set.kind == SipDns::RecordSet::RECORDS
+                  ? in_set.size() != 0 && in_set.ttl <= 7 * 24 * 3600
+                  : !in_bAdditional && in_set.size() == 0 && in_set.ttl <= SipDns::kMaxNegativeTtl;
     for (const SipDns::SrvRecord& srv : in_set.srv) ok = ok && plainName(srv.target);
     for (const SipDns::NaptrRecord& naptr : in_set.naptr) ok = ok && plainName(naptr.replacement);
     for (const std::string& address : in_set.addresses) ok = ok && !address.empty();
     return ok;
 }
 
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size > 65535) return 0;
     static const uint16_t s_types[4] = {SipDns::kTypeNaptr, SipDns::kTypeSrv, SipDns::kTypeA, SipDns::kTypeAaaa};
+    if (size > 65535) return 0;
     std::string name;
     size_t end = 0;
     uint16_t type = size > 0 ? s_types[data[0] & 3] : SipDns::kTypeA;
@@ -49,10 +42,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     if (!answer.records || !keepsPromises(*answer.records, false)) __builtin_trap();
     for (const SipDns::AdditionalSet& set : answer.additional) {
-        if (!set.records || !plainName(set.name) || !keepsPromises(*set.records, true)) __builtin_trap();
-        if (set.type != SipDns::kTypeA && set.type != SipDns::kTypeAaaa && set.type != SipDns::kTypeSrv) {
-            __builtin_trap();
-        }
+        const bool typeOk = set.type == SipDns::kTypeA || set.type == SipDns::kTypeAaaa || set.type == SipDns::kTypeSrv;
+        if (!typeOk || !set.records || !plainName(set.name) || !keepsPromises(*set.records, true)) __builtin_trap();
     }
     return 0;
 }

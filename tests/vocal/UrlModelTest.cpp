@@ -1,15 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <regex>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/LogCapture.h"
 #include "vocal/ImpBaseUrl.h"
-#include "vocal/NullUser.h"
 #include "vocal/SipTelSubscriberUser.h"
 #include "vocal/SipUrl.h"
 #include "vocal/SipUser.h"
@@ -42,22 +39,20 @@ std::string logOf(const LogCapture& in_capture) {
 const std::string kNoColon = "D parse failed: could not find ':' separating URL type from body";
 
 TEST(UrlDecode, ChoosesTheClassByTheSchemeOrThrowsItsExceptionAfterLoggingWhy) {
-    // Parser ("" for BaseUrl::decode), input, URL type or class whose exception is thrown, log (an
-    // exception adds two "Exception at" lines).
+    // Parser ("" for BaseUrl::decode), input, URL type or thrower's class, log (ahead of two "Exception at").
     const std::string rows[][4] = {
         {"", "sIp:hostA", "SIP_URL", ""},
         {"", "Tel:123", "TEL_URL", "D completed decoding in the TelUrl"},
         {"", "im:a@b", "IM_URL", "D completed decoding in the ImpBaseUrl"},
         {"", "PRES:a@b", "PRES_URL", "D completed decoding in the ImpBaseUrl"},
         {"", "sips:a@h", "UNKNOWN_URL", "D parse failed: scheme not SIP or TEL: sips:a@h"},
-        {"", " sip:a@b", "UNKNOWN_URL", "D parse failed: scheme not SIP or TEL:  sip:a@b"},
         {"", "alice", "UNKNOWN_URL", kNoColon + " / D bad data in BaseUrl::decode: <alice>"},
         {"", "", "UNKNOWN_URL", kNoColon + " / D bad data in BaseUrl::decode: <>"},
         {"", "sip:alice@hostA:50a0", "SipUrl", "E Failed in Decode (SIP_URL): sip:alice@hostA:50a0"},
         {"", "SIP:a@[2001:db8::1", "SipUrl", "E Failed in Decode (SIP_URL): SIP:a@[2001:db8::1"},
         {"", "sip:;transport=tcp", "SipUrl", "E Failed in Decode (SIP_URL): sip:;transport=tcp"},
         {"sip", "alice@hostA", "SipUrl", kNoColon + ": alice@hostA / E Failed in Decode (SIP_URL): alice@hostA"},
-        {"sip", "sips:a@h", "SipUrl", "D parse failed: scheme not SIP: sips:a@h / E Failed in Decode (SIP_URL): sips:a@h"},
+        {"sip", "sips:", "SipUrl", "D parse failed: scheme not SIP: sips: / E Failed in Decode (SIP_URL): sips:"},
         {"", "tel:", "TelUrl", "E Failed in Decode (TEL_URL)"},
         {"tel", "5551234", "TelUrl", kNoColon + " / E Failed in Decode (TEL_URL)"},
         {"tel", "tels:1", "TelUrl", "D parse failed: scheme not TEL / E Failed in Decode (TEL_URL)"},
@@ -79,8 +74,7 @@ TEST(UrlDecode, ChoosesTheClassByTheSchemeOrThrowsItsExceptionAfterLoggingWhy) {
             if (row[0] == "im") Vocal::ImUrl{text};
             if (row[0] == "pres") Vocal::PresUrl{text};
             const CountedPtr<BaseUrl> decoded = BaseUrl::decode(text);  // a parser above has thrown
-            EXPECT_EQ(Vocal::getUrlTypeName(decoded->getType()) + std::string(" ") + text.str(), cls + " " + row[1]);
-            EXPECT_TRUE(decoded->getType() != Vocal::UNKNOWN_URL || decoded->encode().str() == row[1]);
+            EXPECT_EQ(Vocal::getUrlTypeName(decoded->getType()), cls);
         } catch (const VException& e) {
             EXPECT_EQ(e.getName() + " " + e.getDescription() + " " + e.getFileName(),
                       cls + "ParserException failed in Decode " + cls + ".cpp");
@@ -91,52 +85,44 @@ TEST(UrlDecode, ChoosesTheClassByTheSchemeOrThrowsItsExceptionAfterLoggingWhy) {
         }
         EXPECT_EQ(logOf(capture), log);
     }
-    EXPECT_STREQ(Vocal::getUrlTypeName(static_cast<Vocal::UrlType>(5)), "");
 }
 
 TEST(SipUrl, DecodesFieldsAndEncodesInItsFixedOrder) {
-    const struct {
-        std::string input;
-        const char* encode;  // the address is the part before the first ";"
-        bool lr;
-    } rows[] = {
-        {"sip:alice@hostA:5060;lr;transport=tcp", "sip:alice@hostA:5060;lr;transport=tcp", false},  // one name
+    const std::string rows[][3] = {  // input, encode (the address is the part before the first ";"), lr flag
+        {"sip:alice@hostA:5060;lr;transport=tcp", "sip:alice@hostA:5060;lr;transport=tcp", ""},  // one name
         // Headers and everything after the first "?" are dropped; so is an empty port.
-        {"sip:alice@hostA:;maddr=x?y;lr", "sip:alice@hostA;maddr=x", false},
+        {"sip:alice@hostA:;maddr=x?y;lr", "sip:alice@hostA;maddr=x", ""},
         // Only the last unknown parameter survives; a later known one replaces the earlier.
-        {"sip:a@h;foo=1;bar=2;transport=tcp;transport=udp", "sip:a@h;transport=udp;bar=2", false},
+        {"sip:a@h;foo=1;bar=2;transport=tcp;transport=udp", "sip:a@h;transport=udp;bar=2", ""},
         {"sip:bob@b.example:5070;method=INVITE;maddr=239.1.1.1;ttl=15;user=ip;transport=udp;lr",
-         "sip:bob@b.example:5070;transport=udp;ttl=15;maddr=239.1.1.1;user=ip;method=INVITE;lr", true},
-        {"sip:a@h; transport =tls;Ttl= 1 ", "sip:a@h;transport=tls;Ttl= 1 ", false},  // names are trimmed
-        {"SIP:Alice:pw@HOSTA:0", "SIP:Alice:pw@HOSTA", false},
-        {"sip:@hostA", "sip:hostA", false},
-        {"sip:alice@", "sip:alice@", false},
+         "sip:bob@b.example:5070;transport=udp;ttl=15;maddr=239.1.1.1;user=ip;method=INVITE;lr", "lr"},
+        {"sip:a@h; transport =tls;Ttl= 1 ", "sip:a@h;transport=tls;Ttl= 1 ", ""},  // names are trimmed
+        {"SIP:Alice:pw@HOSTA:0", "SIP:Alice:pw@HOSTA", ""},
+        {"sip:@hostA", "sip:hostA", ""},
+        {"sip:alice@", "sip:alice@", ""},
         // IPv6 references keep their brackets; text around them is dropped.
-        {"sip:alice@foo[2001:db8::1]:5070", "sip:alice@[2001:db8::1]:5070", false},
-        {"sip:[::1]junk:5062;lr", "sip:[::1]:5062;lr", true},
+        {"sip:alice@foo[2001:db8::1]:5070", "sip:alice@[2001:db8::1]:5070", ""},
+        {"sip:[::1]junk:5062;lr", "sip:[::1]:5062;lr", "lr"},
         // Parameters after "user=phone" belong to the number and are written last.
-        {"sip:5551234;isub=12@h;user=phone", "sip:5551234@h;user=phone;isub=12", false},
-        {"sip:555@h;isub=12;user=Phone", "sip:555@h;user=Phone;isub=12", false},
-        {"sip:+1@gw;user=phone;postd=pp;phone-context=ex;zz=9", "sip:+1@gw;user=phone;postd=pp;phone-context=ex;zz=9",
-         false},
-        {std::string("sip:a@h;transport\0x=tcp;lr\0y", 28), "sip:a@h;transport=tcp;lr", true},  // names end at a NUL
+        {"sip:5551234;isub=12@h;user=phone", "sip:5551234@h;user=phone;isub=12", ""},
+        {"sip:555@h;isub=12;user=Phone", "sip:555@h;user=Phone;isub=12", ""},
+        {"sip:+1@g;user=phone;postd=p;phone-context=e;z=9", "sip:+1@g;user=phone;postd=p;phone-context=e;z=9", ""},
+        {std::string("sip:a@h;transport\0x=tcp;lr\0y", 28), "sip:a@h;transport=tcp;lr", "lr"},  // names end at a NUL
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.input);
-        const CountedPtr<BaseUrl> decoded = url(row.input);
+        SCOPED_TRACE(row[0]);
+        const CountedPtr<BaseUrl> decoded = url(row[0]);
         ASSERT_EQ(decoded->getType(), Vocal::SIP_URL);
-        EXPECT_EQ(decoded->encode().str(), row.encode);
-        EXPECT_EQ(decoded->toString(), row.encode);
-        EXPECT_EQ(decoded->encodeAddress().str(), std::string(row.encode).substr(0, std::string(row.encode).find(';')));
-        EXPECT_EQ(decoded->isLooseRouting(), row.lr);
+        EXPECT_EQ(decoded->encode().str(), row[1]);
+        EXPECT_EQ(decoded->encodeAddress().str(), row[1].substr(0, row[1].find(';')));
+        EXPECT_EQ(decoded->isLooseRouting(), row[2] == "lr");
     }
     Vocal::setUrlParserRethrow(false);  // switched off, the partly decoded URL is kept
     EXPECT_EQ(url("sip:a@hostA:50a0;lr")->encode().str(), "sip:hostA:50a0");
     Vocal::setUrlParserRethrow(true);
 }
 
-// A class of some other code that reports a known URL type.
-struct Impostor : Vocal::UnknownUrl {
+struct Impostor : Vocal::UnknownUrl {  // some other code's class that reports a known URL type
     explicit Impostor(Vocal::UrlType in_type) : Vocal::UnknownUrl(TextBuffer("x:y")), type(in_type) {}
     Vocal::UrlType getType() const override { return type; }
     Vocal::UrlType type;
@@ -146,7 +132,7 @@ TEST(Urls, EqualityAndOrderFollowEachTypesRule) {
     const struct {
         const char* a;
         const char* b;
-        int equal, aLess, bLess;  // a == b, a < b, b < a; -1: not checked
+        int equal, aLess, bLess;  // a == b, a < b, b < a; -1: not checked (order only)
     } rows[] = {
         // SIP: scheme, host, ttl, user parameter, other value ignore case; absent port 5060 and transport udp.
         {"SIP:Alice@HOSTA;ttl=a;x=ABC", "sip:Alice@hostA:5060;ttl=A;x=abc;transport=udp", 1, 0, 1},
@@ -173,25 +159,20 @@ TEST(Urls, EqualityAndOrderFollowEachTypesRule) {
         {"im:a@hostA", "im:a@hostB", 0, 0, 0},         {"im:a@z", "im:b@a", 0, 1, 0},
         // Others: equal only to the same text of their own type; ordered against any URL's address.
         {"foo:bar", "foo:bar", 1, 0, 0}, {"foo:bar", "foo:baz", 0, 1, 0}, {"x:sip:h", "sip:h", 0, 0, -1},
-        {"foo:bar", "sip:a@h;lr", -1, 1, -1}, {"+0", "tel:1", -1, 1, -1}, {"x", "tel:1", -1, 0, -1},
+        {"foo:bar", "sip:a@h;lr", 0, 1, -1}, {"+0", "tel:1", 0, 1, -1}, {"x", "tel:1", 0, 0, -1},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.a) + " , " + row.b);
         const CountedPtr<BaseUrl> a = url(row.a);
         const CountedPtr<BaseUrl> b = url(row.b);
-        if (row.equal >= 0) {
-            EXPECT_EQ(a->areEqual(b), row.equal == 1);
-            EXPECT_EQ(b->areEqual(a.get()), row.equal == 1);
-        }
+        EXPECT_EQ(a->areEqual(b), row.equal == 1);
+        EXPECT_EQ(b->areEqual(a.get()), row.equal == 1);
         EXPECT_TRUE(row.aLess < 0 || a->isLessThan(b) == (row.aLess == 1));
         EXPECT_TRUE(row.bLess < 0 || b->isLessThan(a) == (row.bLess == 1));
     }
-    // A TEL URL without a user equals any TEL URL and comes before one with a user.
-    const Vocal::TelUrl noUser;
-    EXPECT_TRUE(noUser.areEqual(url("tel:999").get()));
-    EXPECT_TRUE(url("tel:999")->areEqual(&noUser));
-    EXPECT_TRUE(noUser.isLessThan(url("tel:1")));
-    EXPECT_FALSE(url("tel:1")->isLessThan(noUser.duplicate()));
+    const Vocal::TelUrl noUser;  // equals any TEL URL and comes before one with a user
+    EXPECT_TRUE(noUser.areEqual(url("tel:999").get()) && url("tel:999")->areEqual(&noUser));
+    EXPECT_TRUE(noUser.isLessThan(url("tel:1")) && !url("tel:1")->isLessThan(noUser.duplicate()));
     // A URL without users has the null user: equal only to null users, less than any other user.
     const CountedPtr<BaseUser> none = url("foo:bar")->getUser();
     EXPECT_EQ(none->getUserType(), 2);
@@ -204,31 +185,28 @@ TEST(Urls, EqualityAndOrderFollowEachTypesRule) {
         EXPECT_FALSE(user->areEqual(CountedPtr<BaseUser>()) || user->isLessThan(CountedPtr<BaseUser>())) << text;
     }
     for (const char* text : {"tel:1", "sip:a@h", "im:a@h", "foo:bar"}) {
-        EXPECT_FALSE(url(text)->areEqual(static_cast<const BaseUrl*>(nullptr))) << text;
-        EXPECT_FALSE(url(text)->areEqual(CountedPtr<BaseUrl>())) << text;
-        EXPECT_FALSE(url(text)->isLessThan(CountedPtr<BaseUrl>())) << text;
+        EXPECT_FALSE(url(text)->areEqual(static_cast<const BaseUrl*>(nullptr)) ||
+                     url(text)->areEqual(CountedPtr<BaseUrl>()) || url(text)->isLessThan(CountedPtr<BaseUrl>()))
+            << text;
         const Impostor impostor(url(text)->getType());
         EXPECT_FALSE(url(text)->areEqual(&impostor)) << text;
         EXPECT_TRUE(url(text)->areEqual(url(text)->duplicate())) << text;
     }
-}
-
-TEST(Urls, EqualityLogsTheFieldsOfBothSidesWhenDebugIsOn) {
-    const std::string rows[][3] = {
+    // With debug on, equality logs the fields of both sides.
+    const std::string logs[][3] = {
         {"sip:a@h;ttl=1", "sip:h;ttl=1;user=x",
          "Url operator ==  function / D this.user= a / D this.passwd=  / D other.passwd=  / D this.host= h / "
-         "D other.host= h / D this.ttlParam= 1 / D other.ttlParam= 1 / D this.maddrParam=  / D other.maddrParam=  / "
-         "D this.userParam=   / D other.userParam= x / D this.methodParam=  / D other.methodParam=  / "
-         "D this.otherParam=  / D other.otherParam=  / D this.headers =  / D other.headers =  / "
-         "D sipUrl comparison: , returning: false"},
-        {"tel:1", "TEL:2",
-         "Url operator ==  function / D this.user= 1 / D other.user= 2 / D this.schemeName =  / "
-         "D other.schemeName=  / D TelUrl comparison: , returning: false"},
-        {"im:a@h", "IM:b@h",
-         "Url operator ==  function / D this.schemeName= im / D other.schemeName= IM / D this.user= a / "
-         "D other.user= b / D this.host= h / D other.host= h / D ImpBaseUrl comparison: , returning: false"},
+         "D other.host= h / D this.ttlParam= 1 / D other.ttlParam= 1 / D this.maddrParam=  / "
+         "D other.maddrParam=  / D this.userParam=   / D other.userParam= x / D this.methodParam=  / "
+         "D other.methodParam=  / D this.otherParam=  / D other.otherParam=  / D this.headers =  / "
+         "D other.headers =  / D sipUrl comparison: , returning: false"},
+        {"tel:1", "TEL:2", "Url operator ==  function / D this.user= 1 / D other.user= 2 / "
+                           "D this.schemeName =  / D other.schemeName=  / D TelUrl comparison: , returning: false"},
+        {"im:a@h", "IM:b@h", "Url operator ==  function / D this.schemeName= im / D other.schemeName= IM / "
+                             "D this.user= a / D other.user= b / D this.host= h / D other.host= h / "
+                             "D ImpBaseUrl comparison: , returning: false"},
     };
-    for (const auto& row : rows) {
+    for (const auto& row : logs) {
         const CountedPtr<BaseUrl> a = url(row[0]);
         const CountedPtr<BaseUrl> b = url(row[1]);
         LogCapture capture;
@@ -254,12 +232,6 @@ TEST(Urls, SettersAndCopiesOwnTheirUserObjects) {
     }
     EXPECT_TRUE(copy->setUserValue("bob", "foo"));
     EXPECT_EQ(copy->encode().str(), "sip:bob@hostA;user=foo;lr");
-    SipUrl v6;
-    v6.setHost("::1");
-    v6.setIpv6Host(true);
-    v6.setPort("0");
-    EXPECT_EQ(v6.encode().str(), "sip:[::1]");
-
     // TEL keeps only telephone users, and copies of them.
     Vocal::TelUrl tel{TextBuffer("TeL:123")};
     tel.setUser(CountedPtr<BaseUser>(new Vocal::SipUser(TextBuffer("alice"))));
@@ -271,13 +243,10 @@ TEST(Urls, SettersAndCopiesOwnTheirUserObjects) {
     assigned = tel;
     tel.setUserValue("+1", "");
     EXPECT_EQ(assigned.encode().str() + " " + assigned.encodeAddress().str(), "TeL:+456 +456");
-
     // IM and PRES keep the user text only; unknown URLs keep their text.
     Vocal::PresUrl pres{TextBuffer("pres:a@h@i")};
     EXPECT_TRUE(pres.setUserValue("bob", "phone"));
-    pres.setUser(CountedPtr<BaseUser>(new Vocal::SipUser(TextBuffer("carol"))));
     EXPECT_EQ(pres.duplicate()->encode().str() + " " + pres.getHost().str(), "pres:bob@h@i h@i");
-    EXPECT_TRUE(pres.getUser().isNull());
     EXPECT_EQ(url("im:@h")->encode().str() + " " + url("pres:a@")->encodeAddress().str(), "im:h pres:a@");
     const CountedPtr<BaseUrl> unknown = url("foo:bar");
     EXPECT_TRUE(unknown->setUserValue("alice", ""));
@@ -287,11 +256,9 @@ TEST(Urls, SettersAndCopiesOwnTheirUserObjects) {
 
 TEST(SipTelSubscriberUser, DecodesNumberAndParametersAndRendersEachForm) {
     const char* const rows[][4] = {  // input, encode and parameter string, global form, local form
-        {"+1-555;isub=12;postd=pp22", "+1-555;isub=12;postd=pp22", "+1-555;isub=12;postd=pp22",
-         "1-555;isdn=12;postd=pp22"},
+        {"+1-5;isub=12;postd=pp2", "+1-5;isub=12;postd=pp2", "+1-5;isub=12;postd=pp2", "1-5;isdn=12;postd=pp2"},
         {"ab+12+34", "+12+34", "+12+34", "12+34"},  // text ahead of "+" is lost
-        {"5551234;phone-context=ex.com;tsp=t1", "5551234;phone-context=ex.com;tsp=t1",
-         "+5551234;phone-contextex.com;tspt1", "5551234;phone-context=ex.com;tsp=t1"},
+        {"5;phone-context=e;tsp=t", "5;phone-context=e;tsp=t", "+5;phone-contexte;tspt", "5;phone-context=e;tsp=t"},
         {"123;foo=1;bar=2;baz", "123;bar=2", "+123;bar=2", "123;bar=2"},
         {"123;lr;isub=4", "123;lr;isub=4", "+123;lr;isub=4", "123;lr;isub=4"},
         {"1;isub=2;isub=3;Isub=5", "1;isub=3;Isub=5", "+1;isub=3;Isub=5", "1;isdn=3;Isub=5"},
@@ -322,34 +289,29 @@ TEST(SipTelSubscriberUser, DecodesNumberAndParametersAndRendersEachForm) {
               "pw*#ABCD");
 }
 
-TEST(TextBuffer, MatchAndParseCutAtTheFirstDelimiter) {
-    // match: the text ahead of the whole delimiter goes out; it is cut from the input only when asked.
-    const char* const matches[][4] = {  // input, delimiter, cut or keep, result output|rest
-        {"sip:alice", ":", "keep", "0 sip|sip:alice"},
-        {":alice", ":", "cut", "-2 |alice"},
-        {"alice", ":", "cut", "-1 -|alice"},
-        {"a;b;;c:", ";;", "cut", "0 a;b|c:"},
+TEST(TextBuffer, MatchAndParseCutAtTheFirstDelimiterAndTooLongTextsAreRefused) {
+    // match: the text ahead of the whole delimiter goes out, cut from the input only when asked; parse: the
+    // text ahead of the first byte of the set, cut with that byte; no byte of the set leaves the input whole.
+    const char* const rows[][4] = {  // operation, input, delimiter or set, result output|rest
+        {"match", "sip:alice", ":", "0 sip|sip:alice"}, {"match and cut", ":alice", ":", "-2 |alice"},
+        {"match and cut", "alice", ":", "-1 -|alice"},  {"match and cut", "a;b;;c:", ";;", "0 a;b|c:"},
+        {"parse", "host;lr:1", ":;", "; host|lr:1"},    {"parse", "hostA", ":;", "none |hostA"},
+        {"parse", "a=b=c", "=", "= a|b=c"},             {"parse", "user=ip;lr", ":;=", "= user|ip;lr"},
     };
-    for (const auto& c : matches) {
-        TextBuffer input(c[0]);
+    for (const auto& row : rows) {
+        TextBuffer input(row[1]);
         TextBuffer out("-");
-        const int result = input.match(c[1], &out, c[2] == std::string("cut"));
-        EXPECT_EQ(std::to_string(result) + " " + out.str() + "|" + input.str(), c[3]) << c[0];
+        std::string result;
+        if (row[0] == std::string("parse")) {
+            char matched = 'x';
+            out = input.parse(row[2], &matched);
+            result = matched == '\0' ? "none" : std::string(1, matched);
+        } else {
+            result = std::to_string(input.match(row[2], &out, row[0] != std::string("match")));
+        }
+        EXPECT_EQ(result + " " + out.str() + "|" + input.str(), row[3]) << row[1];
     }
-    // parse: cuts at the first byte of the set; none leaves the input whole.
-    const char* const parses[][3] = {  // input, set, result|matched byte or none, rest
-        {"host;lr:1", ":;", "host|;lr:1"}, {"hostA", ":;", "|none hostA"},
-        {"a=b=c", "=", "a|=b=c"},          {"user=ip;lr", ":;=", "user|=ip;lr"},
-    };
-    for (const auto& c : parses) {
-        TextBuffer input(c[0]);
-        char matched = 'x';
-        const TextBuffer result = input.parse(c[1], &matched);
-        EXPECT_EQ(result.str() + "|" + (matched == '\0' ? "none " : std::string(1, matched)) + input.str(), c[2]);
-    }
-}
-
-TEST(TextBuffer, LongTextsKeepEveryByteAndTooLongOnesAreRefusedUnread) {
+    // Long texts keep every byte, even appended to or cut into themselves; too long ones are refused unread.
     TextBuffer text("abcdefghijklmnopqrstuvwxyz");
     text += text;  // appended to itself while it grows
     TextBuffer moved(std::move(text));
@@ -361,61 +323,36 @@ TEST(TextBuffer, LongTextsKeepEveryByteAndTooLongOnesAreRefusedUnread) {
     const char small[] = "x";
     volatile size_t hugeSize = size_t(1) << 31;  // only the size is looked at
     EXPECT_THROW(text.assign(std::string_view(small, hugeSize)), std::length_error);
-    EXPECT_THROW(TextBuffer{std::string_view(small, hugeSize)}, std::length_error);
     volatile size_t justTooLong = TextBuffer::kMaxLength - 3;
     EXPECT_THROW(moved.append(std::string_view(small, justTooLong)), std::length_error);
     EXPECT_EQ(moved.length(), 52);
 }
 
 TEST(CpLog, EachPriorityLogsAtItsLevelOnTheVocalLoggerAndOthersAreDropped) {
-    const struct {
-        int priority;
-        const char* name;
-        const char* shortName;
-        int level;  // -1: dropped
-    } rows[] = {
-        {0, "EMERG", "EMRG", 50000},     {1, "ALERT", "ALRT", 50000},        {2, "CRIT", "CRIT", 50000},
-        {3, "ERR", "ERR ", 40000},       {4, "WARNING", "WARN", 30000},      {5, "NOTICE", "NOTC", 20000},
-        {6, "INFO", "INFO", 20000},      {7, "DEBUG", "DBUG", 10000},        {8, "DEBUG_STACK", "DSTK", 10000},
-        {9, "DEBUG_OPER", "DOP ", 10000}, {10, "DEBUG_HB", "DHB ", 10000},   {11, nullptr, nullptr, -1},
-        {-1, nullptr, nullptr, -1},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.priority);
+    // The log4cplus level of each priority from -1 to 11; 0: dropped.
+    const int levels[] = {0, 50000, 50000, 50000, 40000, 30000, 20000, 20000, 10000, 10000, 10000, 10000, 0};
+    std::string names;
+    for (int priority = -1; priority <= 11; ++priority) {
+        SCOPED_TRACE(priority);
+        const int level = levels[priority + 1];
         LogCapture capture(0);
-        cpLog(row.priority, "Caller.cpp", 77, "priority %d of %s", row.priority, "eleven");
-        if (row.name != nullptr) {
-            EXPECT_EQ(std::string(cpLogPriorityNames[row.priority]) + "/" + cpLogPriorityShortNames[row.priority],
-                      std::string(row.name) + "/" + row.shortName);
-        }
-        EXPECT_EQ(cpLogIsEnabled(row.priority), row.level >= 0);
+        cpLog(priority, "Caller.cpp", 77, "priority %d of %s", priority, "eleven");
+        EXPECT_EQ(cpLogIsEnabled(priority), level > 0);
         const auto records = capture.records();
-        ASSERT_EQ(records.size(), row.level >= 0 ? 1u : 0u);
+        ASSERT_EQ(records.size(), level > 0 ? 1u : 0u);
         if (records.empty()) continue;
-        EXPECT_EQ(records[0].level, row.level);
-        EXPECT_EQ(records[0].logger + " " + records[0].file, "corvane.media.vocal cpLog.cpp");  // not the caller's file
-        EXPECT_EQ(records[0].message, "priority " + std::to_string(row.priority) + " of eleven");
+        names += std::string(cpLogPriorityNames[priority]) + "/" + cpLogPriorityShortNames[priority] + ",";
+        EXPECT_EQ(records[0].level, level);
+        EXPECT_EQ(records[0].logger + " " + records[0].file, "corvane.media.vocal cpLog.cpp");
+        EXPECT_EQ(records[0].message, "priority " + std::to_string(priority) + " of eleven");
     }
-    EXPECT_EQ(cpLogPriorityNames[11], nullptr);
+    EXPECT_EQ(names, "EMERG/EMRG,ALERT/ALRT,CRIT/CRIT,ERR/ERR ,WARNING/WARN,NOTICE/NOTC,INFO/INFO,DEBUG/DBUG,"
+                     "DEBUG_STACK/DSTK,DEBUG_OPER/DOP ,DEBUG_HB/DHB ,");
     LogCapture capture(20000);  // the logger's level decides; long messages are cut to 4095 bytes
     EXPECT_FALSE(cpLogIsEnabled(LOG_DEBUG_STACK));
     cpLog(LOG_DEBUG, "f", 1, "hidden");
     cpLog(LOG_INFO, "f", 1, "%s", std::string(5000, 'x').c_str());
     EXPECT_EQ(capture.messages("corvane.media.vocal"), std::vector<std::string>{std::string(4095, 'x')});
-}
-
-// Separate URLs on separate threads share only the logger and constant tables.
-TEST(Urls, SeparateUrlsDecodeOnSeveralThreadsAtOnce) {
-    LogCapture capture;  // every line is formatted
-    std::atomic<int> failures{0};
-    std::vector<std::thread> threads;
-    for (const char* text : {"sip:a@h:1;lr", "tel:+1;isub=2", "im:a@b", "sips:x"}) {
-        threads.emplace_back([&failures, text] {
-            for (int round = 0; round < 500; ++round) failures += !url(text)->areEqual(url(text)->duplicate());
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(failures, 0);
 }
 
 }  // namespace

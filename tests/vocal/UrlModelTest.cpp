@@ -85,6 +85,7 @@ TEST(UrlDecode, ChoosesTheClassByTheSchemeOrThrowsItsExceptionAfterLoggingWhy) {
         }
         EXPECT_EQ(logOf(capture), log);
     }
+    EXPECT_STREQ(Vocal::getUrlTypeName(static_cast<Vocal::UrlType>(5)), "");
 }
 
 TEST(SipUrl, DecodesFieldsAndEncodesInItsFixedOrder) {
@@ -226,7 +227,7 @@ TEST(Urls, SettersAndCopiesOwnTheirUserObjects) {
     EXPECT_EQ(sip.encode().str() + " " + copy->encode().str(), "sip:hostA;lr sip:bob@hostA;lr");
     // The user parameter chooses the class of a new user; an existing user decodes any text.
     for (const auto& c : {std::pair<const char*, int>{"ip", 0}, {"phone", 1}, {"foo", -1}}) {
-        SipUrl bare{TextBuffer("sip:hostA")};
+        SipUrl bare;
         EXPECT_EQ(bare.setUserValue("+123;isub=4", c.first), c.second >= 0) << c.first;
         EXPECT_EQ(bare.getUser().isNull() ? -1 : bare.getUser()->getUserType(), c.second) << c.first;
     }

@@ -7,10 +7,8 @@
 #include "platform/Logger.h"
 
 inline bool logEverythingToNowhere() {
-    Tarvik::initializeLogging();
-    log4cplus::Logger root = log4cplus::Logger::getRoot();
-    root.removeAllAppenders();
-    root.addAppender(log4cplus::SharedAppenderPtr(new log4cplus::NullAppender));
-    root.setLogLevel(log4cplus::TRACE_LOG_LEVEL);
+    Tarvik::setRootLogLevel(log4cplus::TRACE_LOG_LEVEL);  // sets up the default output first
+    log4cplus::Logger::getRoot().removeAllAppenders();
+    log4cplus::Logger::getRoot().addAppender(log4cplus::SharedAppenderPtr(new log4cplus::NullAppender));
     return true;
 }

@@ -143,10 +143,9 @@ std::string normalise(const std::string& in_name) {
     return out;
 }
 
-// The first question of a query: uncompressed labels, type, class; out_end
-// is the offset after it.
-bool parseQuestion(const uint8_t* in_data, size_t in_len, std::string& out_name, uint16_t& out_type,
-                   uint16_t& out_class, size_t& out_end) {
+// The name of a query's first question (uncompressed labels); out_end is
+// the offset after the question (name, type, class).
+bool parseQuestion(const uint8_t* in_data, size_t in_len, std::string& out_name, size_t& out_end) {
     size_t pos = 12;
     std::string name;
     for (;;) {
@@ -160,8 +159,6 @@ bool parseQuestion(const uint8_t* in_data, size_t in_len, std::string& out_name,
     }
     if (pos + 4 > in_len) return false;
     out_name = normalise(name);
-    out_type = static_cast<uint16_t>(in_data[pos] << 8 | in_data[pos + 1]);
-    out_class = static_cast<uint16_t>(in_data[pos + 2] << 8 | in_data[pos + 3]);
     out_end = pos + 4;
     return true;
 }
@@ -243,16 +240,17 @@ void DnsResponder::run() {
 
 void DnsResponder::onQuery(const uint8_t* in_data, size_t in_len, const std::vector<uint8_t>& in_peer) {
     if (in_len < 12) return;
-    Query query{static_cast<uint16_t>(in_data[0] << 8 | in_data[1]), "", 0, 0};
+    const uint16_t id = static_cast<uint16_t>(in_data[0] << 8 | in_data[1]);
+    std::string name;
     size_t questionEnd = 12;
-    const bool bParsed = parseQuestion(in_data, in_len, query.name, query.type, query.dnsClass, questionEnd);
+    const bool bParsed = parseQuestion(in_data, in_len, name, questionEnd);
     Script script;
     {
         std::lock_guard<std::mutex> guard(m_mutex);
-        const int nth = m_counts[query.name]++;
-        m_queries.push_back(query);
+        const int nth = m_counts[name]++;
+        ++m_iTotal;
         if (bParsed) {
-            auto found = m_scripts.find(query.name);
+            auto found = m_scripts.find(name);
             if (found == m_scripts.end()) {
                 script = m_default;
             } else if (!found->second.empty()) {
@@ -266,9 +264,9 @@ void DnsResponder::onQuery(const uint8_t* in_data, size_t in_len, const std::vec
     for (Reply& reply : script) {
         if (reply.copyQuestion) reply.bytes.insert(reply.bytes.end(), in_data + 12, in_data + questionEnd);
         if (reply.id != Id::KEEP && reply.bytes.size() >= 2) {
-            const uint16_t id = reply.id == Id::WRONG ? static_cast<uint16_t>(query.id + 1) : query.id;
-            reply.bytes[0] = static_cast<uint8_t>(id >> 8);
-            reply.bytes[1] = static_cast<uint8_t>(id);
+            const uint16_t sent = reply.id == Id::WRONG ? static_cast<uint16_t>(id + 1) : id;
+            reply.bytes[0] = static_cast<uint8_t>(sent >> 8);
+            reply.bytes[1] = static_cast<uint8_t>(sent);
         }
         Pending pending{now + reply.delay, std::move(reply.bytes), in_peer};
         auto at = std::upper_bound(m_pending.begin(), m_pending.end(), pending.due,
@@ -326,12 +324,7 @@ int DnsResponder::queryCount(const std::string& in_name) const {
 
 int DnsResponder::totalQueries() const {
     std::lock_guard<std::mutex> guard(m_mutex);
-    return static_cast<int>(m_queries.size());
-}
-
-std::vector<DnsResponder::Query> DnsResponder::queries() const {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return m_queries;
+    return m_iTotal;
 }
 
 bool DnsResponder::waitForQueries(const std::string& in_name, int in_count, std::chrono::milliseconds in_limit) const {

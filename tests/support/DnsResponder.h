@@ -108,13 +108,6 @@ public:
     // Everything one query gets; empty: never answered.
     using Script = std::vector<Reply>;
 
-    struct Query {
-        uint16_t id;       // the query's id
-        std::string name;  // its first question's name, lower case ("" when unparsable)
-        uint16_t type;     // its first question's type
-        uint16_t dnsClass; // its first question's class
-    };
-
     explicit DnsResponder(std::string in_address, uint16_t in_port = 53);
     ~DnsResponder();
     DnsResponder(const DnsResponder&) = delete;
@@ -138,7 +131,6 @@ public:
 
     int queryCount(const std::string& in_name) const;
     int totalQueries() const;
-    std::vector<Query> queries() const;
     // Waits until the name has had at least in_count queries, at most in_limit.
     bool waitForQueries(const std::string& in_name, int in_count, std::chrono::milliseconds in_limit) const;
 
@@ -168,7 +160,7 @@ private:
     std::map<std::string, std::vector<Script>> m_scripts; // per name, per query (last repeats)
     Script m_default;                                     // for names without a script
     std::map<std::string, int> m_counts;                  // queries received per name
-    std::vector<Query> m_queries;                         // every query, in arrival order
+    int m_iTotal = 0;                                     // queries received in all
 };
 
 }  // namespace corvane_test

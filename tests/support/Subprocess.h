@@ -9,12 +9,10 @@
 namespace corvane_test {
 
 struct SubprocessResult {
-    bool started = false;            // false: it could not be started (err says why)
-    bool timedOut = false;           // killed at the time limit
-    int status = -1;                 // exit status, or 128 + the signal that ended it
-    std::string out;                 // standard output
-    std::string err;                 // standard error
-    std::vector<std::string> lines;  // standard output, line by line
+    bool started = false;  // false: it could not be started (err says why)
+    int status = -1;       // exit status, or 128 + the signal that ended it (SIGKILL at the time limit)
+    std::string out;       // standard output
+    std::string err;       // standard error
 };
 
 // Runs in_argv (in_argv[0] is a path, or a name looked up in PATH and the

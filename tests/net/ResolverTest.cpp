@@ -157,13 +157,10 @@ TEST_F(Resolver, StoppedResolverRefusesWithoutTouchingOutputsAndForcedCloseSaysI
         EXPECT_EQ(status, Hostent::GHBN_NO_DATA);
         EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, "StaticHostNameServer is not in the RUNNING state. "
                                                           "Did you initialize the Net library?"));
-        ASSERT_TRUE(Net::initializeLibrary());
-        ASSERT_TRUE(Net::initializeLibrary());  // a second client
-        EXPECT_TRUE(server().resolve("127.0.0.1", h, status, kTwoSeconds, false));
+        ASSERT_TRUE(Net::initializeLibrary() && Net::initializeLibrary());  // two clients
         EXPECT_FALSE(Net::forcedCloseLibrary()) << "another client still holds the resolver: nothing to wait for";
-        EXPECT_EQ(server().getTaskState(), Tarvik::Task::RUNNING);
-        EXPECT_TRUE(Net::closeLibrary());
-        EXPECT_TRUE(server().waitUntilDone());
+        EXPECT_TRUE(server().resolve("127.0.0.1", h, status, kTwoSeconds, false));
+        EXPECT_TRUE(Net::closeLibrary() && server().waitUntilDone());
     }
 }
 
@@ -227,7 +224,7 @@ TEST_F(Resolver, CallbackIsToldOnceOfTheResultOrOfItsTimeOut) {
         corvane_test::LogCapture log(Tarvik::TRACE_LOG_LEVEL);
         Heard heard;
         EXPECT_TRUE(server().resolve(row.name, new Recorder(heard), row.timeout, true));
-        ASSERT_TRUE(heard.waitTold());
+        ASSERT_TRUE(corvane_test::waitFor([&heard] { return heard.told() != 0; }, 10s));
         EXPECT_EQ(log.count("ENTER HostNameServer::getHostByName"), 1u);
         EXPECT_TRUE(log.contains(Tarvik::DEBUG_LOG_LEVEL, row.logged));
         expectAllDrained();  // a result reaches the client before the timer fires; the timer still frees the rest

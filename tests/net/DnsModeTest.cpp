@@ -47,11 +47,9 @@ protected:
     void SetUp() override { Net::setResolverConfigPathForTest(m_resolverConfig.path()); }
     void TearDown() override {
         Tarvik::setThreadCreationFaultForTest(nullptr);
-        Tarvik::setAllocationFaultForTest(nullptr);
         LibraryTest::TearDown();
         HostNameServerPeer::leaveDnsMode(server());
         Net::setResolverConfigPathForTest("");
-        HostNameServer::setClockForTest(nullptr);
     }
     // Replaces what the resolver configuration file says (a primary domain by default); "-": unreadable.
     void setResolverConfig(const std::string& in_strContent) {
@@ -103,19 +101,16 @@ dns::Bytes oneA(const char* name, const char* address, uint32_t ttl) {
     return dns::response(name, {dns::a(dns::pointer(12), address, ttl)});
 }
 
-// Reading the resolver configuration from files of the test's own.
-std::string nameServers(int in_iFirst, int in_iCount, std::vector<std::string>* out_pDotted = nullptr) {
+std::string nameServers(int in_iFirst, int in_iCount) {
     std::string text;
-    for (int i = in_iFirst; i < in_iFirst + in_iCount; ++i) {
-        text += "nameserver 10.0.0." + std::to_string(i) + "\n";
-        if (out_pDotted != nullptr) out_pDotted->push_back("10.0.0." + std::to_string(i));
-    }
+    for (int i = in_iFirst; i < in_iFirst + in_iCount; ++i) text += "nameserver 10.0.0." + std::to_string(i) + "\n";
     return text;
 }
 
 TEST(ResolverConfig, ReadsServersInFileOrderAndThePrimaryDomain) {
     std::vector<std::string> ten;
-    const std::string eleven = nameServers(1, 10, &ten) + nameServers(11, 1);
+    for (int i = 1; i <= 10; ++i) ten.push_back("10.0.0." + std::to_string(i));
+    const std::string eleven = nameServers(1, 11);
     const struct {
         const char* label;
         std::string content;  // "-": no such file, "/": a folder
@@ -544,35 +539,6 @@ TEST_F(Lifecycle, DnsTimeOutWithAnAnswerLeavesTheCallerToItsOwnDeadline) {
         EXPECT_EQ(status, Hostent::GHBN_TIMEOUT);
     }
     EXPECT_TRUE(drained(kDnsFutureAccount));
-}
-
-TEST_F(Lifecycle, CacheEntryThatCannotBeReplacedStaysWholeAndStillExpires) {
-    static std::atomic<long long> s_nowSec{1000};
-    HostNameServer::setClockForTest([] { return ACE_Time_Value(static_cast<time_t>(s_nowSec.load())); });
-    set(HostNameServer::getCacheSuccessParamName(), "true");
-    ASSERT_TRUE(Net::initializeLibrary());
-    Hostent first;
-    Hostent second;
-    Hostent::GetHostByNameStatus status = Hostent::GHBN_OTHER_ERROR;
-    ASSERT_TRUE(first.getHostByName("10.0.0.1", status));
-    ASSERT_TRUE(second.getHostByName("10.0.0.2", status));
-    HostNameServerPeer::updateCache(server(), "a.test", first, Hostent::GHBN_SUCCESS, ACE_Time_Value(10));
-
-    Tarvik::setAllocationFaultForTest([](size_t) { return true; });
-    corvane_test::LogCapture log(Tarvik::ERROR_LOG_LEVEL);
-    HostNameServerPeer::updateCache(server(), "a.test", second, Hostent::GHBN_SUCCESS, ACE_Time_Value(60));
-    HostNameServerPeer::updateCache(server(), "b.test", second, Hostent::GHBN_SUCCESS, ACE_Time_Value(60));
-    Tarvik::setAllocationFaultForTest(nullptr);
-    EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, "out of memory, a.test not cached"));
-
-    Hostent cached;
-    bool usable = false;
-    ASSERT_TRUE(HostNameServerPeer::getHostentInCache(server(), "a.test", cached, status, usable));
-    EXPECT_EQ(addressesOf(cached), std::vector<std::string>{"10.0.0.1"});
-    EXPECT_FALSE(HostNameServerPeer::getHostentInCache(server(), "b.test", cached, status, usable));
-    s_nowSec += 11;
-    EXPECT_FALSE(HostNameServerPeer::getHostentInCache(server(), "a.test", cached, status, usable));
-    EXPECT_EQ(HostNameServerPeer::cacheSize(server()), 0u);
 }
 
 TEST_F(Lifecycle, ConfigurationRacesNoAnswerOfAnEarlierRun) {

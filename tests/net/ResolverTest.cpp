@@ -83,24 +83,20 @@ protected:
     }
 };
 
-TEST(LibraryParameters, AreRegisteredInOrderWithTypeDefaultAndDescription) {
-    const struct {
-        const char* name;
-        int type;
-        const char* defaultValue;  // "" for none
-        const char* description;   // its beginning
-    } rows[] = {
-        {"corvane.net.HostNameServer.cacheFlushTimeoutMs", Tarvik::PARAM_TYPE_INTEGER, "",
+// Their types and defaults are checked through the command's parameter list.
+TEST(LibraryParameters, AreRegisteredInOrderWithTheirDescriptions) {
+    const char* const rows[][2] = {  // the name, the description's beginning
+        {"corvane.net.HostNameServer.cacheFlushTimeoutMs",
          "The interval in milliseconds at which the host name resolution cache forgets past resolution requests"},
-        {"corvane.net.HostNameServer.cacheFailures", Tarvik::PARAM_TYPE_BOOLEAN, "",
+        {"corvane.net.HostNameServer.cacheFailures",
          "When set to true, host name resolution failures are remembered in the cache"},
-        {"corvane.net.HostNameServer.cacheSuccess", Tarvik::PARAM_TYPE_BOOLEAN, "",
+        {"corvane.net.HostNameServer.cacheSuccess",
          "When set to true, host name resolution that succeed are remembered in the cache"},
-        {"corvane.net.HostNameServer.numThread", Tarvik::PARAM_TYPE_INTEGER, "3",
+        {"corvane.net.HostNameServer.numThread",
          "The number of threads used to implement host name resolution. Sets a limit"},
-        {"corvane.net.HostNameServer.DNSServerIPAddrList", Tarvik::PARAM_TYPE_TEXT, "",
+        {"corvane.net.HostNameServer.DNSServerIPAddrList",
          "A comma separated list of DNS server IP addresses. When this parameter is set, DNS A record queries"},
-        {"corvane.net.primaryIPAddress", Tarvik::PARAM_TYPE_TEXT, "",
+        {"corvane.net.primaryIPAddress",
          "Specifies which IP address on a multi-homed server should be considered the primary one."},
     };
     std::vector<Tarvik::ParameterInfo> ours;
@@ -109,10 +105,8 @@ TEST(LibraryParameters, AreRegisteredInOrderWithTypeDefaultAndDescription) {
     }
     ASSERT_EQ(ours.size(), std::size(rows));
     for (size_t i = 0; i < ours.size(); ++i) {
-        EXPECT_EQ(ours[i].name, rows[i].name);
-        EXPECT_EQ(ours[i].type, rows[i].type) << rows[i].name;
-        EXPECT_EQ(ours[i].hasDefault ? ours[i].defaultValue : "", rows[i].defaultValue) << rows[i].name;
-        EXPECT_EQ(ours[i].description.rfind(rows[i].description, 0), 0u) << ours[i].description;
+        EXPECT_EQ(ours[i].name, rows[i][0]);
+        EXPECT_EQ(ours[i].description.rfind(rows[i][1], 0), 0u) << ours[i].description;
     }
 }
 

@@ -208,13 +208,14 @@ TEST_F(DnsConfigure, ServersAreAskedPrimaryFirstAndShortNamesInThePrimaryDomain)
     for (const auto& row : rows) {
         SCOPED_TRACE(row.value);
         setResolverConfig(row.resolverConfig);
-        corvane_test::LogCapture log;
+        corvane_test::LogCapture log(Tarvik::TRACE_LOG_LEVEL);
         startWith(row.value);
         EXPECT_EQ(log.count(std::string("DNS server list, primary first : ") + row.servers), 1u);
         EXPECT_EQ(log.count(std::string("Primary DNS domain name : ") + row.domain), *row.domain ? 1u : 0u);
         EXPECT_EQ(log.count(kDomainUnread), *row.resolverConfig == '-' ? 1u : 0u);
         EXPECT_EQ(firstAddress("who.test"), row.who);
         EXPECT_EQ(log.count("HostNameServer::getDNSARecords : hostname=who.test timeout=5000ms"), 1u);
+        EXPECT_EQ(log.count("ENTER HostNameServer::getDNSARecords"), 1u);
         EXPECT_EQ(firstAddress("short"), row.shortName);
         restart();
     }

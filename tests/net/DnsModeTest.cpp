@@ -1,14 +1,11 @@
-// The resolver configuration file, the resolver in DNS mode and the edges of the library's life. The resolver
-// configuration is a file of the test's own, never the host's, and the resolver leaves DNS mode after every
-// test. Covered: reading that file, choosing and configuring DNS mode, resolution against dnsmasq and the
-// scripted responder, the DNS answer callback fed answers directly, and restarts, starts that fail half-way,
-// threads that cannot be had, random clients, singleton teardown and an exit with queries in flight.
+// The resolver configuration file (one of the test's own, never the host's), the resolver in DNS mode against
+// the scripted responder or fed answers directly, and the edges of the library's life. The resolver leaves DNS
+// mode after every test.
 #include <ares.h>
 
-#include <algorithm>
+#include <tuple>
 #include <cerrno>
 #include <fstream>
-#include <random>
 
 #include "TempFile.h"
 #include "net/DNS.h"
@@ -20,7 +17,6 @@
 #include "support/AresChannel.h"
 #include "support/BoundedWait.h"
 #include "support/DnsResponder.h"
-#include "support/Dnsmasq.h"
 #include "support/HostLookupHook.h"
 #include "support/HostNameServerPeer.h"
 #include "support/LibraryFixture.h"
@@ -49,11 +45,9 @@ protected:
     void SetUp() override { Net::setResolverConfigPathForTest(m_resolverConfig.path()); }
     void TearDown() override {
         Tarvik::setThreadCreationFaultForTest(nullptr);
-        Tarvik::setAllocationFaultForTest(nullptr);
         LibraryTest::TearDown();
         HostNameServerPeer::leaveDnsMode(server());
         Net::setResolverConfigPathForTest("");
-        HostNameServer::setClockForTest(nullptr);
     }
     // Replaces what the resolver configuration file says (a primary domain by default); "-": unreadable.
     void setResolverConfig(const std::string& in_strContent) {
@@ -76,10 +70,6 @@ protected:
         io_responder.setDefault({DnsResponder::rcodeReply(dns::RCODE_NXDOMAIN)});
         std::string error;
         ASSERT_TRUE(io_responder.start(&error)) << error;
-    }
-    static void startServer(corvane_test::Dnsmasq& io_dnsmasq) {
-        std::string error;
-        ASSERT_TRUE(io_dnsmasq.start(&error)) << error;
     }
 
     corvane_test::TempFile m_resolverConfig{"domain corvane.test\n"};  // read instead of /etc/resolv.conf
@@ -109,19 +99,16 @@ dns::Bytes oneA(const char* name, const char* address, uint32_t ttl) {
     return dns::response(name, {dns::a(dns::pointer(12), address, ttl)});
 }
 
-// Reading the resolver configuration from files of the test's own.
-std::string nameServers(int in_iFirst, int in_iCount, std::vector<std::string>* out_pDotted = nullptr) {
+std::string nameServers(int in_iFirst, int in_iCount) {
     std::string text;
-    for (int i = in_iFirst; i < in_iFirst + in_iCount; ++i) {
-        text += "nameserver 10.0.0." + std::to_string(i) + "\n";
-        if (out_pDotted != nullptr) out_pDotted->push_back("10.0.0." + std::to_string(i));
-    }
+    for (int i = in_iFirst; i < in_iFirst + in_iCount; ++i) text += "nameserver 10.0.0." + std::to_string(i) + "\n";
     return text;
 }
 
 TEST(ResolverConfig, ReadsServersInFileOrderAndThePrimaryDomain) {
     std::vector<std::string> ten;
-    const std::string eleven = nameServers(1, 10, &ten) + nameServers(11, 1);
+    for (int i = 1; i <= 10; ++i) ten.push_back("10.0.0." + std::to_string(i));
+    const std::string eleven = nameServers(1, 11);
     const struct {
         const char* label;
         std::string content;  // "-": no such file, "/": a folder
@@ -130,7 +117,6 @@ TEST(ResolverConfig, ReadsServersInFileOrderAndThePrimaryDomain) {
         bool tooMany = false;  // more servers were named than are kept
     } rows[] = {
         {"servers in order", "nameserver 10.0.0.3\nnameserver 10.0.0.1\n", {"10.0.0.3", "10.0.0.1"}, ""},
-        {"ten servers kept", nameServers(1, 10), ten, ""},
         {"an eleventh left out", eleven, ten, "", true},
         {"IPv6 servers not counted", "nameserver ::1\nnameserver fe80::1%eth0\n" + eleven, ten, "", true},
         {"malformed, short, with more on the line",
@@ -170,8 +156,6 @@ class DnsConfigure : public DnsModeTest {};
 
 TEST_F(DnsConfigure, ValuesThatNameNoUsableServerFailTheStart) {
     corvane_test::HostLookupHook hook;
-    std::string tooMany;
-    for (int i = 1; i <= 11; ++i) tooMany += "nameserver 10.0.0." + std::to_string(i) + "\n";
     const struct {
         const char* value;
         std::string resolverConfig;  // "-": unreadable
@@ -180,7 +164,7 @@ TEST_F(DnsConfigure, ValuesThatNameNoUsableServerFailTheStart) {
         {"", "", kParseFailure},
         {"use-host-dns-list", "domain corvane.test\n# nameserver 10.0.0.1\nnameserver ::1\n", kParseFailure},
         {"use-host-dns-list", "-", kNoHostList},
-        {"use-host-dns-list", tooMany, kNoHostList},
+        {"use-host-dns-list", nameServers(1, 11), kNoHostList},
         {"nowhere.test", "",  // the hook knows no such name
          "failed to resolve hostname nowhere.test while configuring DNS from parameter "
          "corvane.net.HostNameServer.DNSServerIPAddrList : GHBN_HOST_NOT_FOUND"},
@@ -224,12 +208,14 @@ TEST_F(DnsConfigure, ServersAreAskedPrimaryFirstAndShortNamesInThePrimaryDomain)
     for (const auto& row : rows) {
         SCOPED_TRACE(row.value);
         setResolverConfig(row.resolverConfig);
-        corvane_test::LogCapture log;
+        corvane_test::LogCapture log(Tarvik::TRACE_LOG_LEVEL);
         startWith(row.value);
         EXPECT_EQ(log.count(std::string("DNS server list, primary first : ") + row.servers), 1u);
         EXPECT_EQ(log.count(std::string("Primary DNS domain name : ") + row.domain), *row.domain ? 1u : 0u);
         EXPECT_EQ(log.count(kDomainUnread), *row.resolverConfig == '-' ? 1u : 0u);
         EXPECT_EQ(firstAddress("who.test"), row.who);
+        EXPECT_EQ(log.count("HostNameServer::getDNSARecords : hostname=who.test timeout=5000ms"), 1u);
+        EXPECT_EQ(log.count("ENTER HostNameServer::getDNSARecords"), 1u);
         EXPECT_EQ(firstAddress("short"), row.shortName);
         restart();
     }
@@ -293,68 +279,15 @@ TEST_F(DnsConfigure, ChannelAndDnsTaskAreTheResolversOwnAndGoWithIt) {
     task.waitUntilDone();
     task.setChannel(nullptr);
     EXPECT_EQ(responder.totalQueries(), 0);
-
-    // A resolver destroyed while running takes its channel away from the DNS task.
-    {
-        HostNameServer resolver;
-        ASSERT_TRUE(resolver.configure(Tarvik::GlobalConfig::getInstance().getConfig()));
-        ASSERT_TRUE(resolver.start());
-        ASSERT_TRUE(corvane_test::waitFor([&] { return resolver.getTaskState() == Tarvik::Task::RUNNING; }));
-        ASSERT_EQ(Tarvik::AresReactorTask::getInstance().getTaskState(), Tarvik::Task::RUNNING);
-    }
-    EXPECT_EQ(Tarvik::AresReactorTask::getInstance().getTaskState(), Tarvik::Task::STOPPED_STATE);
-    EXPECT_FALSE(Tarvik::AresReactorTask::getInstance().start()) << "no channel is left to start with";
 }
 
 class DnsResolve : public DnsModeTest {};
 
-TEST_F(DnsResolve, RecordsAliasesLiteralsAndUnknownNamesThroughDnsmasq) {
-    corvane_test::Dnsmasq dnsmasq("127.53.62.1");
-    dnsmasq.hostRecord("one.test", {"10.60.0.1"}, 42)
-        .hostRecord("multi.test", {"10.60.1.1", "10.60.1.2", "10.60.1.3"}, 30)
-        .cname("alias.test", "one.test", 30)
-        .cname("second.test", "alias.test", 30);
-    startServer(dnsmasq);
-    set(HostNameServer::getCacheSuccessParamName(), "true");
-    startWith(dnsmasq.address());
-    const struct {
-        const char* name;
-        Hostent::GetHostByNameStatus status;
-        std::vector<std::string> addresses;  // sorted: dnsmasq turns them round
-        const char* logged;                  // "" for none
-    } rows[] = {
-        {"one.test", Hostent::GHBN_SUCCESS, {"10.60.0.1"},
-         "HostNameServer::cacheSuccess : using specified TTL 42000ms"},
-        {"multi.test", Hostent::GHBN_SUCCESS, {"10.60.1.1", "10.60.1.2", "10.60.1.3"}, ""},
-        // A dotted literal is answered without a query, and replaces what the output held.
-        {"10.60.9.9", Hostent::GHBN_SUCCESS, {"10.60.9.9"},
-         "HostNameServer::getDNSARecords : hostname=10.60.9.9 timeout=5000ms"},
-        {"second.test", Hostent::GHBN_SUCCESS, {"10.60.0.1"}, ""},  // through two aliases
-        {"nx.test", Hostent::GHBN_OTHER_ERROR, {}, ""},
-    };
-    Hostent h;  // shared by the rows
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        corvane_test::LogCapture log(Tarvik::TRACE_LOG_LEVEL);
-        Hostent::GetHostByNameStatus status;
-        EXPECT_EQ(server().resolve(row.name, h, status, kFiveSeconds, true), row.status == Hostent::GHBN_SUCCESS);
-        EXPECT_EQ(status, row.status);
-        std::vector<std::string> addresses = addressesOf(h);
-        std::sort(addresses.begin(), addresses.end());
-        EXPECT_EQ(addresses, row.addresses);
-        EXPECT_STREQ(h.getHostent().h_name, row.status == Hostent::GHBN_SUCCESS ? row.name : nullptr);
-        EXPECT_EQ(log.count(row.logged), *row.logged ? 1u : 0u);
-        EXPECT_EQ(log.count("ENTER HostNameServer::getDNSARecords"), 1u);
-        EXPECT_EQ(log.contains(Tarvik::DEBUG_LOG_LEVEL, "DNSARecordWork::doWork"), row.name[0] != '1');
-    }
-}
-
 TEST_F(DnsResolve, QueriesThatTimeOutFailOrAreCutShortByACloseAnswerEveryCallerOnce) {
     DnsResponder responder("127.53.62.5");
-    responder.answerLate("late.test", oneA("late.test", "10.60.5.1", 60), 300ms);
+    responder.answerLate("late.test", oneA("late.test", "10.60.5.1", 60), 300ms);  // after its caller gave up
     startServer(responder);
     responder.setDefault({});  // nobody else is ever answered
-    set(HostNameServer::getCacheSuccessParamName(), "true");
     set("corvane.net.HostNameServer.numThread", "2");
     startWith(responder.address());
     const std::string tooLong(300, 'x');
@@ -376,14 +309,6 @@ TEST_F(DnsResolve, QueriesThatTimeOutFailOrAreCutShortByACloseAnswerEveryCallerO
         EXPECT_EQ(status, row.status) << (row.name ? row.name : "null");
         EXPECT_FALSE(h.isValid());
     }
-    // The late answer is still cached once it comes.
-    ASSERT_TRUE(corvane_test::waitFor([] { return live(kDnsContainerAccount) == 1; }));
-    Hostent h;
-    Hostent::GetHostByNameStatus status;
-    EXPECT_TRUE(server().resolve("late.test", h, status, kFiveSeconds, true));
-    EXPECT_EQ(addressesOf(h), std::vector<std::string>{"10.60.5.1"});
-    EXPECT_EQ(responder.queryCount("late.test"), 1);
-
     // Callers that wait on queries in flight are woken by the close, with a failure, not by their time-out.
     std::vector<Hostent::GetHostByNameStatus> statuses(3, Hostent::GHBN_SUCCESS);
     std::vector<std::thread> callers;
@@ -411,7 +336,11 @@ void deliver(Heard& out_heard, const std::string& name, int status, const dns::B
 
 class DnsAnswer : public DnsModeTest {};
 
+// The outcome is cached under the requested name, whatever name the answer gives.
 TEST_F(DnsAnswer, AnswerGivesItsAddressesInOrderWithTheLastRecordsTtlOrAFailure) {
+    set("corvane.net.HostNameServer.cacheSuccess", "true");
+    set("corvane.net.HostNameServer.cacheFailures", "true");
+    ASSERT_TRUE(Net::initializeLibrary());
     dns::Bytes nxdomain = dns::response("a.test", {}, dns::RCODE_NXDOMAIN);
     nxdomain[0] = 0x12;  // id 4660
     nxdomain[1] = 0x34;
@@ -459,7 +388,7 @@ TEST_F(DnsAnswer, AnswerGivesItsAddressesInOrderWithTheLastRecordsTtlOrAFailure)
         SCOPED_TRACE(row.label);
         corvane_test::LogCapture log;
         Heard heard;
-        deliver(heard, "a.test", row.aresStatus, row.answer);
+        deliver(heard, "a.test", row.aresStatus, row.answer, true);
         const bool timedOut = row.status == Hostent::GHBN_TIMEOUT;
         EXPECT_EQ(heard.timeouts.load(), timedOut ? 1 : 0);
         EXPECT_EQ(heard.told() + heard.destroyed, 2);
@@ -469,76 +398,34 @@ TEST_F(DnsAnswer, AnswerGivesItsAddressesInOrderWithTheLastRecordsTtlOrAFailure)
         EXPECT_EQ(heard.ttl, row.ttl);
         EXPECT_EQ(heard.recordName, row.aresStatus == ARES_ETIMEOUT ? "" : "a.test");
         EXPECT_EQ(log.count(row.logged), row.logged.empty() ? 0u : 1u);
+        const bool failed = row.status != ok;  // a success without an address is not cached
+        EXPECT_EQ(log.count("HostNameServer::cacheFailure : cached failure of a.test"), failed ? 1u : 0u);
+        EXPECT_EQ(log.contains(Tarvik::DEBUG_LOG_LEVEL, "HostNameServer::cacheSuccess : cached HOSTNAME : a.test\n"),
+                  !failed && !row.addresses.empty());
     }
     EXPECT_EQ(live(kDnsContainerAccount), 0);
 }
 
-TEST_F(DnsAnswer, OutcomeReachesTheCacheUnderTheRequestedName) {
-    set("corvane.net.HostNameServer.cacheSuccess", "true");
-    set("corvane.net.HostNameServer.cacheFailures", "true");
-    ASSERT_TRUE(Net::initializeLibrary());
-    const struct {
-        const char* name;
-        int aresStatus;
-        dns::Bytes answer;
-        const char* logged;
-    } rows[] = {
-        {"a.test", ARES_SUCCESS, oneA("other.test", "10.0.0.9", 0),
-         "HostNameServer::cacheSuccess : no TTL specified -> using default value 10000ms"},
-        // The placeholder name of a bad record notwithstanding.
-        {"bad.test", ARES_SUCCESS,
-         dns::response("bad.test", {dns::record(dns::pointer(12), dns::TYPE_A, 60, dns::Bytes(5, 7))}),
-         "HostNameServer::cacheFailure : cached failure of bad.test"},
-        {"slow.test", ARES_ETIMEOUT, oneA("slow.test", "10.0.0.1", 60),
-         "HostNameServer::cacheFailure : cached failure of slow.test"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        corvane_test::LogCapture log;
-        Heard heard;
-        deliver(heard, row.name, row.aresStatus, row.answer, true);
-        EXPECT_EQ(log.count(row.logged), 1u);
-        EXPECT_EQ(heard.told(), 1);
-    }
-    Hostent h;
-    Hostent::GetHostByNameStatus status;
-    bool usable = false;
-    EXPECT_TRUE(HostNameServerPeer::getHostentInCache(server(), "a.test", h, status, usable) && usable);
-    EXPECT_FALSE(HostNameServerPeer::getHostentInCache(server(), "other.test", h, status, usable));
-}
-
 TEST_F(DnsAnswer, EveryTruncationOrCorruptionGivesExactlyOneFailure) {
     // Offsets in answerCnameAA(): header 0-11 (question count 4-5, answer count 6-7), question 12-27,
-    // CNAME from 28: owner pointer 28-29, type 30, class 32, TTL 34, data length 38-39, data from 40.
+    // CNAME from 28: owner pointer 28-29, data length 38-39.
     const dns::Bytes good = answerCnameAA();
-    const auto with = [&good](size_t offset, uint8_t first, uint8_t second) {
-        dns::Bytes out = good;
-        out.at(offset) = first;
-        out.at(offset + 1) = second;
-        return out;
-    };
-    std::vector<dns::Bytes> rows = {
-        with(6, 0, 4),         // one answer more than there are
-        with(4, 0xff, 0xff),   // most questions
-        with(38, 0xff, 0xff),  // CNAME data longer than the answer
-        with(28, 0xc0, 28),    // owner pointer to itself
-        with(12, 0xc0, 12),    // question name pointer to itself
-    };
+    std::vector<dns::Bytes> rows;
     for (size_t length = 0; length < good.size(); ++length) rows.emplace_back(good.begin(), good.begin() + length);
+    // One answer more than there are, most questions, CNAME data too long, pointers to themselves.
+    for (const auto& [offset, first, second] : {std::tuple<size_t, uint8_t, uint8_t>{6, 0, 4}, {4, 0xff, 0xff},
+                                                {38, 0xff, 0xff}, {28, 0xc0, 28}, {12, 0xc0, 12}}) {
+        rows.push_back(good);
+        rows.back().at(offset) = first;
+        rows.back().at(offset + 1) = second;
+    }
     for (const dns::Bytes& answer : rows) {
         SCOPED_TRACE(::testing::PrintToString(answer));
         Heard heard;
         deliver(heard, "www.a.test", ARES_SUCCESS, answer);
-        EXPECT_EQ(heard.results.load(), 1);
-        EXPECT_EQ(heard.destroyed.load(), 1);
+        EXPECT_EQ(heard.results + heard.destroyed, 2);
         EXPECT_EQ(heard.status, Hostent::GHBN_OTHER_ERROR);
     }
-    // Fewer answers than there are: the rest is not read.
-    Heard fewer;
-    deliver(fewer, "www.a.test", ARES_SUCCESS, with(6, 0, 2));
-    EXPECT_EQ(fewer.status, Hostent::GHBN_SUCCESS);
-    EXPECT_EQ(fewer.addresses, std::vector<std::string>{"10.0.0.2"});
-    EXPECT_EQ(fewer.ttl, ACE_Time_Value(120));
 }
 
 class Lifecycle : public DnsModeTest {
@@ -626,35 +513,6 @@ TEST_F(Lifecycle, DnsTimeOutWithAnAnswerLeavesTheCallerToItsOwnDeadline) {
     EXPECT_TRUE(drained(kDnsFutureAccount));
 }
 
-TEST_F(Lifecycle, CacheEntryThatCannotBeReplacedStaysWholeAndStillExpires) {
-    static std::atomic<long long> s_nowSec{1000};
-    HostNameServer::setClockForTest([] { return ACE_Time_Value(static_cast<time_t>(s_nowSec.load())); });
-    set(HostNameServer::getCacheSuccessParamName(), "true");
-    ASSERT_TRUE(Net::initializeLibrary());
-    Hostent first;
-    Hostent second;
-    Hostent::GetHostByNameStatus status = Hostent::GHBN_OTHER_ERROR;
-    ASSERT_TRUE(first.getHostByName("10.0.0.1", status));
-    ASSERT_TRUE(second.getHostByName("10.0.0.2", status));
-    HostNameServerPeer::updateCache(server(), "a.test", first, Hostent::GHBN_SUCCESS, ACE_Time_Value(10));
-
-    Tarvik::setAllocationFaultForTest([](size_t) { return true; });
-    corvane_test::LogCapture log(Tarvik::ERROR_LOG_LEVEL);
-    HostNameServerPeer::updateCache(server(), "a.test", second, Hostent::GHBN_SUCCESS, ACE_Time_Value(60));
-    HostNameServerPeer::updateCache(server(), "b.test", second, Hostent::GHBN_SUCCESS, ACE_Time_Value(60));
-    Tarvik::setAllocationFaultForTest(nullptr);
-    EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, "out of memory, a.test not cached"));
-
-    Hostent cached;
-    bool usable = false;
-    ASSERT_TRUE(HostNameServerPeer::getHostentInCache(server(), "a.test", cached, status, usable));
-    EXPECT_EQ(addressesOf(cached), std::vector<std::string>{"10.0.0.1"});
-    EXPECT_FALSE(HostNameServerPeer::getHostentInCache(server(), "b.test", cached, status, usable));
-    s_nowSec += 11;
-    EXPECT_FALSE(HostNameServerPeer::getHostentInCache(server(), "a.test", cached, status, usable));
-    EXPECT_EQ(HostNameServerPeer::cacheSize(server()), 0u);
-}
-
 TEST_F(Lifecycle, ConfigurationRacesNoAnswerOfAnEarlierRun) {
     set(HostNameServer::getCacheSuccessParamName(), "true");
     set(HostNameServer::getCacheFlushTimeoutMsParamName(), "5000");
@@ -686,69 +544,6 @@ TEST_F(Lifecycle, ResolverIsOneObjectOnEveryThreadAndIsMadeAgainAfterTheRegistry
     EXPECT_TRUE(resolves());
 }
 
-// Clients start, close and use the library in random order, now and then a thread cannot be made: nothing
-// crashes or hangs, every callback is told once (or was refused and stays the client's), a start after the
-// last close succeeds, and no object is left behind.
-TEST_F(Lifecycle, ClientsInRandomOrderWithThreadsRefusedAreToldOnceAndLeaveNothingBehind) {
-    corvane_test::Dnsmasq dnsmasq("127.53.73.1");
-    dnsmasq.hostRecord("one.test", {"10.71.0.1"}).hostRecord("two.test", {"10.71.0.2", "10.71.0.3"});
-    startServer(dnsmasq);
-    const std::vector<std::string> modes[] = {{"localhost", "127.0.0.1", "10.0.0.1:5060"},  // the system's resolver
-                                              {"one.test", "two.test", "none.test", "10.0.0.9"}};  // DNS
-    const ACE_Time_Value timeouts[] = {ACE_Time_Value::zero, ACE_Time_Value(0, 10000), ACE_Time_Value(0, 300000),
-                                       ACE_Time_Value::max_time};
-    for (const std::vector<std::string>& names : modes) {
-        if (&names == &modes[1]) startWith(dnsmasq.address());
-        set("corvane.net.HostNameServer.numThread", "2");
-        set(HostNameServer::getCacheSuccessParamName(), "true");
-        corvane_test::LogCapture quiet(Tarvik::FATAL_LOG_LEVEL);
-        std::atomic<unsigned> creations{0};
-        Tarvik::setThreadCreationFaultForTest([&creations] { return ++creations % 23 == 0; });
-        std::vector<Heard> heard(4 * 400);  // a slot per client and operation
-        std::vector<corvane_test::Recorder*> callbacks(heard.size(), nullptr);
-        const auto until = std::chrono::steady_clock::now() + 3s;
-        std::vector<std::thread> clients;
-        for (unsigned c = 0; c < 4; ++c) {
-            clients.emplace_back([&, c] {
-                std::mt19937 random(1234 + c);
-                bool holding = false;  // each client balances its own starts
-                for (int op = 0; op < 400 && std::chrono::steady_clock::now() < until; ++op) {
-                    const char* name = names[random() % names.size()].c_str();
-                    const ACE_Time_Value timeout = timeouts[random() % 4];
-                    const unsigned action = random() % 16;
-                    if (action < 4 && !holding) {
-                        holding = Net::initializeLibrary();
-                    } else if (action < 4) {
-                        holding = false;
-                        random() % 2 ? Net::closeLibrary() : Net::forcedCloseLibrary();
-                    } else if (action < 10) {
-                        Hostent h;
-                        Hostent::GetHostByNameStatus status;
-                        server().resolve(name, h, status, timeout, random() % 2 == 0);
-                    } else {
-                        callbacks[c * 400 + op] = new corvane_test::Recorder(heard[c * 400 + op]);
-                        server().resolve(name, callbacks[c * 400 + op], timeout, random() % 2 == 0);
-                    }
-                }
-                if (holding) Net::closeLibrary();
-            });
-        }
-        for (std::thread& client : clients) client.join();
-        Tarvik::setThreadCreationFaultForTest(nullptr);
-        EXPECT_TRUE(Net::forcedCloseLibrary());
-        HostNameServerPeer::leaveDnsMode(server());
-        EXPECT_TRUE(Net::initializeLibrary());
-        Net::forcedCloseLibrary();
-        for (size_t i = 0; i < heard.size(); ++i) {
-            EXPECT_EQ(heard[i].told(), heard[i].destroyed.load()) << i;
-            if (heard[i].destroyed == 0) delete callbacks[i];  // refused before the library took it
-        }
-        for (const Tarvik::MemAccount::Snapshot& account : Tarvik::MemAccount::snapshot()) {
-            EXPECT_TRUE(account.objects == 0 || account.name == "StaticHostNameServer") << account.name;
-        }
-    }
-}
-
 // The child of the exit test: queries in flight in DNS mode, a close that does
 // not wait, and the process ends at once. Runs only when the parent asks.
 TEST_F(Lifecycle, ExitChildClosesWithQueriesInFlight) {
@@ -772,7 +567,7 @@ TEST_F(Lifecycle, ExitChildClosesWithQueriesInFlight) {
 }
 
 TEST_F(Lifecycle, ExitAfterCloseInDnsModeWithQueriesInFlight) {
-    for (int run = 0; run < 10; ++run) {
+    for (int run = 0; run < 3; ++run) {
         const corvane_test::SubprocessResult result = corvane_test::runSubprocess(
             {corvane_test::selfExecutable(), "--gtest_filter=Lifecycle.ExitChildClosesWithQueriesInFlight"},
             {{"CORVANE_EXIT_CHILD_SERVER", "127.53.72.2"}}, 30000);

@@ -83,24 +83,20 @@ protected:
     }
 };
 
-TEST(LibraryParameters, AreRegisteredInOrderWithTypeDefaultAndDescription) {
-    const struct {
-        const char* name;
-        int type;
-        const char* defaultValue;  // "" for none
-        const char* description;   // its beginning
-    } rows[] = {
-        {"corvane.net.HostNameServer.cacheFlushTimeoutMs", Tarvik::PARAM_TYPE_INTEGER, "",
+// Their types and defaults are checked through the command's parameter list.
+TEST(LibraryParameters, AreRegisteredInOrderWithTheirDescriptions) {
+    const char* const rows[][2] = {  // the name, the description's beginning
+        {"corvane.net.HostNameServer.cacheFlushTimeoutMs",
          "The interval in milliseconds at which the host name resolution cache forgets past resolution requests"},
-        {"corvane.net.HostNameServer.cacheFailures", Tarvik::PARAM_TYPE_BOOLEAN, "",
+        {"corvane.net.HostNameServer.cacheFailures",
          "When set to true, host name resolution failures are remembered in the cache"},
-        {"corvane.net.HostNameServer.cacheSuccess", Tarvik::PARAM_TYPE_BOOLEAN, "",
+        {"corvane.net.HostNameServer.cacheSuccess",
          "When set to true, host name resolution that succeed are remembered in the cache"},
-        {"corvane.net.HostNameServer.numThread", Tarvik::PARAM_TYPE_INTEGER, "3",
+        {"corvane.net.HostNameServer.numThread",
          "The number of threads used to implement host name resolution. Sets a limit"},
-        {"corvane.net.HostNameServer.DNSServerIPAddrList", Tarvik::PARAM_TYPE_TEXT, "",
+        {"corvane.net.HostNameServer.DNSServerIPAddrList",
          "A comma separated list of DNS server IP addresses. When this parameter is set, DNS A record queries"},
-        {"corvane.net.primaryIPAddress", Tarvik::PARAM_TYPE_TEXT, "",
+        {"corvane.net.primaryIPAddress",
          "Specifies which IP address on a multi-homed server should be considered the primary one."},
     };
     std::vector<Tarvik::ParameterInfo> ours;
@@ -109,10 +105,8 @@ TEST(LibraryParameters, AreRegisteredInOrderWithTypeDefaultAndDescription) {
     }
     ASSERT_EQ(ours.size(), std::size(rows));
     for (size_t i = 0; i < ours.size(); ++i) {
-        EXPECT_EQ(ours[i].name, rows[i].name);
-        EXPECT_EQ(ours[i].type, rows[i].type) << rows[i].name;
-        EXPECT_EQ(ours[i].hasDefault ? ours[i].defaultValue : "", rows[i].defaultValue) << rows[i].name;
-        EXPECT_EQ(ours[i].description.rfind(rows[i].description, 0), 0u) << ours[i].description;
+        EXPECT_EQ(ours[i].name, rows[i][0]);
+        EXPECT_EQ(ours[i].description.rfind(rows[i][1], 0), 0u) << ours[i].description;
     }
 }
 
@@ -157,13 +151,10 @@ TEST_F(Resolver, StoppedResolverRefusesWithoutTouchingOutputsAndForcedCloseSaysI
         EXPECT_EQ(status, Hostent::GHBN_NO_DATA);
         EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, "StaticHostNameServer is not in the RUNNING state. "
                                                           "Did you initialize the Net library?"));
-        ASSERT_TRUE(Net::initializeLibrary());
-        ASSERT_TRUE(Net::initializeLibrary());  // a second client
-        EXPECT_TRUE(server().resolve("127.0.0.1", h, status, kTwoSeconds, false));
+        ASSERT_TRUE(Net::initializeLibrary() && Net::initializeLibrary());  // two clients
         EXPECT_FALSE(Net::forcedCloseLibrary()) << "another client still holds the resolver: nothing to wait for";
-        EXPECT_EQ(server().getTaskState(), Tarvik::Task::RUNNING);
-        EXPECT_TRUE(Net::closeLibrary());
-        EXPECT_TRUE(server().waitUntilDone());
+        EXPECT_TRUE(server().resolve("127.0.0.1", h, status, kTwoSeconds, false));
+        EXPECT_TRUE(Net::closeLibrary() && server().waitUntilDone());
     }
 }
 
@@ -227,7 +218,7 @@ TEST_F(Resolver, CallbackIsToldOnceOfTheResultOrOfItsTimeOut) {
         corvane_test::LogCapture log(Tarvik::TRACE_LOG_LEVEL);
         Heard heard;
         EXPECT_TRUE(server().resolve(row.name, new Recorder(heard), row.timeout, true));
-        ASSERT_TRUE(heard.waitTold());
+        ASSERT_TRUE(corvane_test::waitFor([&heard] { return heard.told() != 0; }, 10s));
         EXPECT_EQ(log.count("ENTER HostNameServer::getHostByName"), 1u);
         EXPECT_TRUE(log.contains(Tarvik::DEBUG_LOG_LEVEL, row.logged));
         expectAllDrained();  // a result reaches the client before the timer fires; the timer still frees the rest
@@ -243,7 +234,9 @@ TEST_F(Resolver, CallbackIsToldOnceOfTheResultOrOfItsTimeOut) {
     EXPECT_EQ(hook.lookups(), 3);
 }
 
-TEST_F(Resolver, RefusedCallbackRequestIsStillToldOnce) {
+// Callback work that is refused, or dropped by a stop while queued, is still told once.
+TEST_F(Resolver, RefusedOrDroppedCallbackWorkIsToldOnce) {
+    set("corvane.net.HostNameServer.numThread", "1");
     ASSERT_TRUE(Net::initializeLibrary());
     corvane_test::LogCapture asserts;
     EXPECT_FALSE(server().resolve("10.5.0.4", static_cast<HostNameServer::GetHostByNameCallback*>(nullptr),
@@ -256,12 +249,6 @@ TEST_F(Resolver, RefusedCallbackRequestIsStillToldOnce) {
         EXPECT_EQ(heard.results.load(), timeout == ACE_Time_Value::max_time ? 1 : 0);
         EXPECT_EQ(heard.told() + heard.destroyed, 2);
     }
-    expectAllDrained();
-}
-
-TEST_F(Resolver, StoppingWithCallbackWorkQueuedTellsEveryClientOnce) {
-    set("corvane.net.HostNameServer.numThread", "1");
-    ASSERT_TRUE(Net::initializeLibrary());
     corvane_test::HostLookupHook hook;
     hook.setBlocking();
     std::vector<Heard> heard(8);
@@ -354,6 +341,24 @@ TEST_F(Resolver, CacheEntriesAreReplacedKeptAsSpelledAndForgottenAtRestart) {
     EXPECT_EQ(hit("c.test"), "");
 }
 
+TEST_F(Resolver, CacheEntryThatCannotBeReplacedStaysWholeAndStillExpires) {
+    start("true", "false");
+    store("a.test", Hostent::GHBN_SUCCESS, ACE_Time_Value(10));
+    Hostent second;
+    Hostent::GetHostByNameStatus status = Hostent::GHBN_OTHER_ERROR;
+    ASSERT_TRUE(second.getHostByName("10.0.0.2", status));
+    corvane_test::LogCapture log(Tarvik::ERROR_LOG_LEVEL);
+    Tarvik::setAllocationFaultForTest([](size_t) { return true; });
+    HostNameServerPeer::updateCache(server(), "a.test", second, Hostent::GHBN_SUCCESS, ACE_Time_Value(60));
+    HostNameServerPeer::updateCache(server(), "b.test", second, Hostent::GHBN_SUCCESS, ACE_Time_Value(60));
+    Tarvik::setAllocationFaultForTest(nullptr);
+    EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, "out of memory, a.test not cached"));
+    EXPECT_EQ(hit("a.test") + "|" + hit("b.test"), "10.0.0.1|");
+    s_nowUsec += 10000001;
+    EXPECT_EQ(hit("a.test"), "");
+    EXPECT_EQ(HostNameServerPeer::cacheSize(server()), 0u);
+}
+
 TEST(Hostent, StatusTextsNameEveryValueAndUnknownOnes) {
     const char* const texts[] = {"???",          "GHBN_SUCCESS",     "GHBN_TIMEOUT",   "GHBN_HOST_NOT_FOUND",
                                  "GHBN_NO_ADDRESS", "GHBN_NO_DATA", "GHBN_NO_RECOVERY", "GHBN_TRY_AGAIN",
@@ -388,7 +393,6 @@ TEST(Hostent, RecordsAreDeepCopiesCountedUnderTheirAccount) {
     EXPECT_STREQ(Hostent::getMemAccountName(), "Hostent");
     Tarvik::MemAccount& account = Tarvik::MemAccount::get("Hostent");
     const long objects = account.getLiveObjects();
-    const long bytes = account.getLiveBytes();
     corvane_test::LogCapture asserts;
     Hostent* pCopy = new Hostent;
     EXPECT_EQ(account.getLiveObjects(), objects + 1);
@@ -418,7 +422,6 @@ TEST(Hostent, RecordsAreDeepCopiesCountedUnderTheirAccount) {
     EXPECT_TRUE(pCopy->getAddress(0, out) && out.empty());
     delete pCopy;
     EXPECT_EQ(account.getLiveObjects(), objects);
-    EXPECT_EQ(account.getLiveBytes(), bytes);
 }
 
 TEST(Hostent, PrimaryAndPreferredAddressesWalkDownFromTheLast) {

@@ -12,6 +12,7 @@
 #include "net/Net.h"
 #include "platform/GlobalConfig.h"
 #include "platform/MemAccount.h"
+#include "support/BoundedWait.h"
 
 namespace corvane_test {
 
@@ -27,10 +28,8 @@ protected:
     }
     static Tarvik::HostNameServer& server() { return Tarvik::HostNameServer::getInstance(); }
     static long live(const char* account) { return Tarvik::MemAccount::get(account).getLiveObjects(); }
-    // Waits (bounded) until an account has no live object left.
     static bool drained(const char* account) {
-        for (int i = 0; i < 5000 && live(account) != 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        return live(account) == 0;
+        return waitFor([account] { return live(account) == 0; });
     }
 };
 
@@ -53,10 +52,6 @@ struct Heard {
     ACE_Time_Value ttl;
     std::thread::id thread;
     int told() const { return results + timeouts; }
-    bool waitTold() const {
-        for (int i = 0; i < 10000 && told() == 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        return told() != 0;
-    }
 };
 
 class Recorder : public Tarvik::HostNameServer::GetHostByNameCallback {

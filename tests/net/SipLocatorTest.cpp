@@ -77,7 +77,6 @@ struct Notifications {
         std::unique_lock<std::mutex> lock(mutex);
         return cond.wait_for(lock, in_limit, [&] { return std::count(told.begin(), told.end(), 0) == 0; });
     }
-
     std::mutex mutex;
     std::condition_variable cond;
     std::vector<int> told;                 // notifications per request
@@ -354,8 +353,7 @@ TEST_F(SipLocatorAnswers, SrvWeightsShareTheFirstPlaceAsRfc2782Says) {
         first[result.targets.front().host]++;
     }
     EXPECT_EQ(m_responder->totalQueries(), 1);
-    // A draw in [0, 100] picks the first running sum that reaches it: weight 0 wins only on 0.
-    // Bounds of four standard deviations.
+    // A draw in [0, 100] picks the first running sum that reaches it: weight 0 wins only on 0. Bounds: 4 sigma.
     EXPECT_NEAR(first["w30.test"], 4000 * 30 / 101.0, 120);
     EXPECT_NEAR(first["w70.test"], 4000 * 70 / 101.0, 120);
     EXPECT_NEAR(first["w0.test"], 4000 / 101.0, 25);
@@ -550,11 +548,9 @@ TEST_F(SipLocatorLife, StopFromACallbackOfItsOwnThreadIsRefused) {
 }
 
 TEST_F(SipLocatorLife, AResolverConfigurationChangeIsPickedUpOnUseAndTheOldChannelDrains) {
-    DnsResponder& first = serve("127.53.94.7", false);
-    DnsResponder second("127.53.94.8");
-    ASSERT_TRUE(second.start());
-    Tarvik::GlobalConfig::getInstance().clear();  // the resolver configuration names the server
-    setResolverConfig("nameserver 127.53.94.7\n");
+    DnsResponder first("127.53.94.7"), second("127.53.94.8");
+    ASSERT_TRUE(first.start() && second.start());
+    setResolverConfig("nameserver 127.53.94.7\n");  // the resolver configuration names the server
     first.answer("one.test", aAnswer("one.test", "10.74.3.1"));
     first.answerLate("late.test", aAnswer("late.test", "10.74.3.2"), 300ms);
     second.answer("one.test", aAnswer("one.test", "10.74.3.9"));

@@ -199,8 +199,7 @@ TEST_F(SipLocatorAnswers, EveryBranchOfTheProcedure) {
     const std::string fam41 = "UDP fam.test fd71::41 5060 -/- AAAA", fam42 = "UDP fam.test fd71::42 5060 -/- AAAA";
     const struct Row {
         std::string uri;
-        Strings targets;
-        Strings steps;
+        Strings targets, steps;
         std::string error;  // none: LOCATE_OK; with steps: LOCATE_NOT_FOUND; else LOCATE_BAD_REQUEST
         Locator::Family family = Locator::FAMILY_IPV4;
     } rows[] = {
@@ -286,12 +285,8 @@ TEST_F(SipLocatorAnswers, RecordsAreKeptAsLongAsTheirTtlOrSoaSaysInABoundedCache
         return dns::cat({dns::header(0, static_cast<uint16_t>(dns::RESPONSE_FLAGS | in_rcode), 1, 0, 1, 0),
                          dns::question(in_name, dns::TYPE_A), dns::soa(dns::name("test"), in_ttl, in_minimum)});
     };
-    const struct Row {
-        std::string name;
-        dns::Bytes answer;
-        int ttl;  // of the step, and how long the answer is kept
-        std::string outcome;
-    } rows[] = {
+    // The TTL is the step's, and how long the answer is kept.
+    const struct Row { std::string name; dns::Bytes answer; int ttl; std::string outcome; } rows[] = {
         {"nx.test", negative("nx.test", dns::RCODE_NXDOMAIN, 600, 60), 60, "NXDOMAIN"},         // MINIMUM smaller
         {"nodata.test", negative("nodata.test", dns::RCODE_NOERROR, 30, 120), 30, "NODATA"},   // TTL smaller
         {"cap.test", negative("cap.test", dns::RCODE_NXDOMAIN, 3600, 3600), 300, "NXDOMAIN"},  // 5 minutes at most
@@ -387,11 +382,8 @@ TEST_F(SipLocatorAnswers, EveryTruncationAndCorruptionIsOneClearFailure) {
     const size_t r = 12 + dns::name("_sip._tcp.c000.test").size() + 4;  // where the first SRV record starts
     const size_t flags = 12 + dns::name("c000.test").size() + 4 + 12 + 4;  // the NAPTR's flags, "S"
     const size_t replacement = flags + 2 + 8 + 1;                       // after "S", "SIP+D2U" and ""
-    struct Row {
-        bool bSrv;                                      // else NAPTR
-        std::vector<std::pair<size_t, size_t>> change;  // offset and new byte
-        size_t length = SIZE_MAX;                       // cut to this length
-    };
+    // An SRV or else a NAPTR answer, bytes changed (offset and new byte), the length it is cut to.
+    struct Row { bool bSrv; std::vector<std::pair<size_t, size_t>> change; size_t length = SIZE_MAX; };
     std::vector<Row> rows = {
         {true, {{7, 3}}},                            // answer count 3 of 2
         {true, {{r + 10, 0xFF}}},                    // data length past the end
@@ -443,12 +435,9 @@ TEST_F(SipLocatorLife, AStartThatFailsIsUndoneAndALaterStartWorks) {
     responder.answer("ok.test", aAnswer("ok.test", "10.74.0.1"));
     const char* const kBadList = "failed to parse the value of parameter corvane.net.HostNameServer.DNSServerIPAddrList";
     const int kAll = 1000;
-    const struct Row {
-        const char* servers;  // the parameter; null: absent
-        const char* resolverConfig;
-        int threads;          // thread creations that succeed
-        const char* error;    // in the ERROR record; null: started
-    } rows[] = {
+    // The parameter (null: absent), the resolver configuration, the thread creations that succeed, and
+    // the text of the ERROR record (null: started).
+    const struct Row { const char* servers; const char* resolverConfig; int threads; const char* error; } rows[] = {
         {nullptr, "domain corvane.test\n", kAll, "the host's resolver configuration names no DNS server"},
         {"use-host-dns-list", "domain corvane.test\n", kAll, kBadList},
         {",", "nameserver 127.53.94.2\n", kAll, kBadList},

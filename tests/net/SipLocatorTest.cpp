@@ -92,7 +92,6 @@ protected:
     }
     void TearDown() override {
         m_locator.stop();
-        m_responder.reset();
         Tarvik::GlobalConfig::getInstance().clear();
         Locator::setClockForTest(nullptr);
         Locator::setHostsPathForTest("");
@@ -477,7 +476,6 @@ TEST_F(SipLocatorLife, ExitWithWorkInFlightTellsEveryRequestOnce) {
         if (n % 3 == 1) responder.never(name);
         if (n % 3 == 2) responder.answerLate(name, aAnswer(name, "10.75.0.2"), std::chrono::milliseconds(5 + n));
     }
-    EXPECT_EQ(locate("sip:s0.test:5060").status, Locator::LOCATE_OK);
     Locator::Result waiting;  // a synchronous request without time-out
     std::thread waiter([&] { m_locator.locate("sip:s1.test", waiting, ACE_Time_Value::max_time); });
     ASSERT_TRUE(responder.waitForQueries("s1.test", 1, 5s));

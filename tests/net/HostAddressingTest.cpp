@@ -109,13 +109,11 @@ TEST_P(HostAddressRules, HoldOnAHostWithTheseInterfaces) {
         // A link per address, or the loopback link (with ::1, which the list leaves out) for a first 127.0.0.1.
         std::vector<std::string> commands;
         for (size_t i = 0; i < row.addresses.size(); ++i) {
-            const std::string link = "c" + std::to_string(i);
-            if (i == 0 && row.addresses[i] == "127.0.0.1") {
-                commands.push_back("link set lo up");
-                continue;
+            const std::string link = i == 0 && row.addresses[i] == "127.0.0.1" ? "lo" : "c" + std::to_string(i);
+            if (link != "lo") {
+                commands.push_back("link add " + link + " type veth peer name p" + std::to_string(i));
+                commands.push_back("addr add " + row.addresses[i] + "/24 dev " + link);
             }
-            commands.push_back("link add " + link + " type veth peer name p" + std::to_string(i));
-            commands.push_back("addr add " + row.addresses[i] + "/24 dev " + link);
             commands.push_back("link set " + link + " up");
         }
         return rerunInOwnNamespace(commands);
@@ -329,9 +327,8 @@ TEST(PortHunt, BindsTheFirstFreePortFromTheStartThenWrapsAround) {
         socklen_t length = sizeof(address);
         getsockname(sockets.back(), reinterpret_cast<sockaddr*>(&address), &length);
         EXPECT_EQ(ntohs(address.sin_port), row.found < 0 ? 0 : row.found) << "bound to the port found";
-        if (row.found < 0 && *row.assertion == '\0') {
-            EXPECT_EQ(errno, EADDRINUSE) << "the last bind error is left in errno";
-        }
+        const bool inUse = row.found < 0 && *row.assertion == '\0';
+        EXPECT_TRUE(!inUse || errno == EADDRINUSE) << "the last bind error is left in errno";
         EXPECT_EQ(asserts.assertions(), oneOrNone(row.assertion));
         for (int fd : sockets) close(fd);
     }
@@ -350,7 +347,7 @@ TEST(Uri, InitFromUrlTextTakesSipUrlsOnly) {
         {"SIP:bob@host.example.com;transport=tcp", true, "sip:bob@host.example.com", {}},
         {"sip:10.0.0.2", true, "sip:alice@10.0.0.2", {}},  // a URL without a user keeps the old one
         {"tel:+15551234", false, "sip:alice@10.0.0.1:5060", {"ASSERTION FAILED: Not implemented : tel urls"}},
-        {"im:a@example.com", false, ":", {"Uri::initFrom : invalid Vocal Url type 2", failed + "im:a@example.com) to a Uri"}},
+        {"im:a@b", false, ":", {"Uri::initFrom : invalid Vocal Url type 2", failed + "im:a@b) to a Uri"}},
         {"sip:a@h:port", false, ":",
          {"Uri::initFrom : failed to parse URI : SipUrlParserException: failed in Decode",
           failed + "sip:a@h:port) to a Uri"}},
@@ -398,8 +395,8 @@ TEST(Canonicalize, FillsTheSipPortAndPutsTheAddressInPlaceOfTheHost) {
     ASSERT_TRUE(Tarvik::Net::initializeLibrary());
     corvane_test::HostLookupHook hook;  // the resolver's lookups
     hook.setDelay(std::chrono::milliseconds(100));
-    const std::string unknownProtocol =
-        "Uri \"" + testing::PrintToString(static_cast<const void*>(&uri)) + "\" could not be canonicalized: unknown protocol";
+    const std::string self = testing::PrintToString(static_cast<const void*>(&uri));
+    const std::string unknownProtocol = "Uri \"" + self + "\" could not be canonicalized: unknown protocol";
     const ACE_Time_Value direct = ACE_Time_Value::max_time;
     const ACE_Time_Value twoSeconds(2);
     const struct {

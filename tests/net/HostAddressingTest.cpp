@@ -1,6 +1,5 @@
-// This host's names and addresses, the interface towards a destination, the free-port hunt, and the URL model
-// with its canonicalisation. Addresses and routes are those of a network namespace of the test's own, checked
-// in a fresh process inside it (the list is cached per process).
+// This host's names and addresses, the interface towards a destination, the free-port hunt, and the Uri. Addresses
+// and routes are those of a network namespace of the test's own, checked in a fresh process inside it.
 #include <netinet/in.h>
 #include <sched.h>
 #include <sys/socket.h>
@@ -179,7 +178,6 @@ TEST(HostName, FullyQualifiedNameJoinsTheHostNameAndTheResolverDomain) {
         std::string debug;  // the DEBUG message, or empty
     } rows[] = {
         {"box", "nameserver 127.0.0.1\ndomain corvane.test\n", "box.corvane.test", ""},
-        {"box.example.org", "domain corvane.test\n", "box.example.org", ""},
         {"box", "nameserver 127.0.0.1\n", "box", failed + "3d (size=0" + member},
         // "box." and the domain and a NUL: 0x451 bytes, more than the 1024 a name may have.
         {"box", "domain " + std::string(1100, 'd'), "box", failed + "22 (size=451" + member},
@@ -189,8 +187,7 @@ TEST(HostName, FullyQualifiedNameJoinsTheHostNameAndTheResolverDomain) {
         const corvane_test::TempFile file(row.resolvConf);
         Tarvik::Net::setResolverConfigPathForTest(file.path());
         corvane_test::LogCapture logs;
-        std::string hostname;
-        std::string fqdn = "unchanged";
+        std::string hostname, fqdn = "unchanged";
         EXPECT_TRUE(Tarvik::getHostname(hostname) && Tarvik::getFqdnHostname(fqdn));
         EXPECT_EQ(hostname + " " + fqdn, row.hostname + (" " + row.fqdn));
         EXPECT_EQ(logs.messages(kLogger), oneOrNone(row.debug));
@@ -207,21 +204,17 @@ TEST(IPAddress, ReadsExactlyTheWrittenFormsWithAnOptionalPort) {
         {"1.2.3.4:", nullptr}, {"1.2.3.4:65536", nullptr}, {"256.1.1.1", nullptr}, {"+1.2.3.4", nullptr},
         {"INADDR_ANX", nullptr}, {"INADDR_ANY:", nullptr}, {"", nullptr},
     };
-    const auto written = [](const Tarvik::Net::IPAddress& in_address) {
-        std::ostringstream os;
-        os << std::hex;  // the port is decimal whatever the stream's base
-        in_address.write(os);
-        return os.str();
-    };
     for (const auto& row : rows) {
         std::istringstream is(row.text);
         Tarvik::Net::IPAddress address(0x05050505);
         address.set_port_number(9);
         EXPECT_EQ(address.read(is).fail(), row.read == nullptr) << '"' << row.text << '"';
-        EXPECT_EQ(written(address), row.read != nullptr ? row.read : "5.5.5.5:9") << '"' << row.text << '"';
+        std::ostringstream os;
+        address.write(os << std::hex);  // the port is decimal whatever the stream's base
+        EXPECT_EQ(os.str(), row.read != nullptr ? row.read : "5.5.5.5:9") << '"' << row.text << '"';
         EXPECT_TRUE(address.read(is).fail()) << "a read stops at the end, and a failed stream is not read";
     }
-    EXPECT_EQ(written(Tarvik::Net::IPAddress()), "127.0.0.1:0");
+    EXPECT_STREQ(Tarvik::Net::IPAddress().toString(), "127.0.0.1");
     EXPECT_STREQ(Tarvik::Net::IPAddress(0x0A000001).toString(), "10.0.0.1");
 }
 
@@ -286,7 +279,6 @@ TEST(PortHunt, BindsTheFirstFreePortFromTheStartThenWrapsAround) {
         {any, 30000, 30010, 30005, "xxx..xxxxxx", 30003, ""},
         {any, 30002, 30010, 1, "xxx.xxxxx.x", 30003, ""},  // a start below the range begins at its minimum
         {any, 30000, 30008, 40000, "xxxxxxxxx..", -1, ""},  // free ports above the range are not tried
-        {any, 30004, 30004, 30004, "xxx.x.xxxxx", -1, ""},
         {any, 30005, 30004, 30004, "", -1, "in_iMinPort <= in_iMaxPort"},
         {any, 0, 10, 5, "", -1, "in_iMinPort > 0"},
         {any, 65530, 65536, 65530, "", -1, "in_iMaxPort <= 65535"},

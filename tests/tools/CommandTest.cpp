@@ -53,7 +53,6 @@ TEST(Command, EveryCommandAsTheContractSays) {
     std::string error;
     ASSERT_TRUE(dns.start(&error)) << error;
     const std::string servers = kServer + "DNSServerIPAddrList=" + dns.address();  // asked instead of the host's servers
-    const std::string noServer = kServer + "DNSServerIPAddrList=127.53.30.2";        // nothing listens there
     // A log4cplus file with an appender and layout of its own; --log, in either order, wins.
     const std::string config = testing::TempDir() + "corvane-log-" + std::to_string(getpid()) + ".properties";
     std::ofstream(config) << "log4cplus.rootLogger=DEBUG, E\nlog4cplus.logger.corvane.net.HostNameServer=TRACE\n"
@@ -61,7 +60,7 @@ TEST(Command, EveryCommandAsTheContractSays) {
                              "log4cplus.appender.E.layout=log4cplus::PatternLayout\n"
                              "log4cplus.appender.E.layout.ConversionPattern=cfg %p %c - %m%n\n";
     const Row rows[] = {
-        {{"--json", "url", "sip:+1-555@hostA:5060;user=phone;isub=12;lr"}, 0,
+        {{"--json", "url", "sip:+1-555@hostA:5060;user=phone;isub=12;lr", "TEL:5551234"}, 0,
          {R"({"input": "sip:+1-555@hostA:5060;user=phone;isub=12;lr", "type": "SIP_URL", )"
           R"("encode": "sip:+1-555@hostA:5060;user=phone;lr;isub=12", "encodeAddress": "sip:+1-555@hostA:5060", )"
           R"("userValue": "+1-555", "looseRouting": true, "scheme": "sip", "passwd": "", "host": "hostA", "port": "5060", )"
@@ -69,7 +68,8 @@ TEST(Command, EveryCommandAsTheContractSays) {
           R"("otherValue": "", "headers": "", "ipv6Host": false, "user": {"userType": 1, "encode": "+1-555", )"
           R"("global": true, "number": "1-555", "isub": "12", "postd": "", "phoneContext": "", "tsp": "", )"
           R"("otherName": "", "otherValue": "", "paramString": ";isub=12", "globalForm": "+1-555;isub=12", )"
-          R"("localForm": "1-555;isdn=12"}})" "\n"}, {}},
+          R"("localForm": "1-555;isdn=12"}})" "\n",
+          R"({"input": "TEL:5551234", "type": "TEL_URL", )", R"("scheme": "TEL", "user": {"userType": 1, )"}, {}},
         // Standard input; an exception fails the item, and the decoder's record shows at the default level.
         {{"--json", "url", "-"}, 1,
          {R"({"input": "im:a@b", "type": "IM_URL", "encode": "im:a@b", "encodeAddress": "im:a@b", "userValue": "a", )"
@@ -80,9 +80,6 @@ TEST(Command, EveryCommandAsTheContractSays) {
           R"("userValue": "", "looseRouting": false})" "\n",
           R"({"input": "sip:h", "type": "SIP_URL", "encode": "sip:h", )", R"("ipv6Host": false, "user": null})" "\n"},
          {"ERROR corvane.media.vocal - Failed in Decode (TEL_URL)\n"}, "im:a@b\ntel:\nfoo:bar\nsip:h\n"},
-        {{"--json", "url", "TEL:5551234"}, 0,
-         {R"({"input": "TEL:5551234", "type": "TEL_URL", )", R"("scheme": "TEL", "user": {"userType": 1, )"}, {}},
-        {{"url", "sip:alice@hostA"}, 0, {"\nhost: hostA\n"}, {}},
         // UTF-8 as its characters, any other byte as U+FFFD, control characters escaped.
         {{"--json", "url", "sip:jos\xC3\xA9@example.com", "sip:a\xFF\xFF@h", "sip:a\x01@h"}, 0,
          {"{\"input\": \"sip:jos\xC3\xA9@example.com\",", "{\"input\": \"sip:a\xEF\xBF\xBD\xEF\xBF\xBD@h\",",
@@ -123,10 +120,6 @@ TEST(Command, EveryCommandAsTheContractSays) {
         // Every memory account is at zero at exit, also on failed paths.
         {{"--json", "--stats", "resolve", "--async", "--timeout", "0", "localhost"}, -1, {R"({"name": "localhost")"},
          {"stats {", R"("AsynchGHBNCallbackContainer": 0)", R"("AsynchGHBNTimeoutProcessor": 0)"}},
-        {{"--json", "--stats", "--set", noServer, "resolve", "--async", "--timeout", "-1", "a.test"}, 1,
-         {R"({"name": "a.test", "ok": false, "status": "GHBN_OTHER_ERROR")"},
-         {"ERROR corvane.net.HostNameServer - ASSERTION FAILED: Not implemented : asynchronous DNS resolution "
-          "using a callback\n", "stats {"}},
         {{"--stats", "--set", kServer + "numThread=0", "resolve", "localhost"}, 1, {},
          {"ERROR corvane.net.HostNameServer - corvane.net.HostNameServer.numThread must be >= 1", "could not be initialized",
           "stats {"}},
@@ -168,11 +161,11 @@ TEST(Command, EveryCommandAsTheContractSays) {
         {{"canonicalize", "-h"}, 0, {"--timeout MS", "--direct", "URI"}, {}}, {{"port", "--help"}, 0, {"MIN", "MAX"}, {}},
         {{"--version"}, 0, {"corvane-net " CORVANE_VERSION "\n"}, {}},
         // Usage errors exit 2, print nothing on standard output, and say what was wrong.
-        {{"--set", "corvane.nope=1", "params"}, 2, {}, {"corvane.nope"}},
+        {{"--set", "corvane.nope=1", "params"}, 2, {}, {"corvane.nope"}}, {{"frobnicate"}, 2, {}, {"frobnicate"}},
         {{"--set", kServer + "numThread=many", "params"}, 2, {}, {kServer + "numThread"}},
         {{"--log", "LOUD", "params"}, 2, {}, {"LOUD"}}, {{"params", "extra"}, 2, {}, {"params"}},
         {{"--log-config", "/nonexistent/log.properties", "params"}, 2, {}, {"--log-config"}},
-        {{"frobnicate"}, 2, {}, {"frobnicate"}}, {{}, 2, {}, {"Usage: corvane-net [OPTIONS] COMMAND"}},
+        {{}, 2, {}, {"Usage: corvane-net [OPTIONS] COMMAND"}},
         {{"url-compare", "sip:a@h"}, 2, {}, {}}, {{"resolve", "--timeout", "soon", "x"}, 2, {}, {"--timeout"}},
         {{"canonicalize", "--timeout", "-1", "sip:a@h"}, 2, {}, {"--direct"}},
         {{"dns-servers", "eth0"}, 2, {}, {"corvane-net dns-servers: ", "eth0"}},

@@ -29,7 +29,6 @@ namespace {
 
 const char* const kInnerRunVariable = "CORVANE_NETNS_RUN";
 
-// True in the run inside the namespace, where the test makes its checks.
 bool isNamespaceRun() { return std::getenv(kInnerRunVariable) != nullptr; }
 
 // Builds a namespace of the test's own with "ip -n NAME <command>" per command, re-runs the current test in

@@ -1,6 +1,5 @@
-// This host's names and addresses, the interface towards a destination, the free-port hunt, and the URL model
-// with its canonicalisation. Addresses and routes are those of a network namespace of the test's own, checked
-// in a fresh process inside it (the list is cached per process).
+// This host's names and addresses, the interface towards a destination, the free-port hunt, and the Uri. Addresses
+// and routes are those of a network namespace of the test's own, checked in a fresh process inside it.
 #include <netinet/in.h>
 #include <sched.h>
 #include <sys/socket.h>
@@ -10,7 +9,6 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
-#include <iomanip>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -31,38 +29,31 @@ namespace {
 
 const char* const kInnerRunVariable = "CORVANE_NETNS_RUN";
 
-// True in the run inside the namespace, where the test makes its checks.
 bool isNamespaceRun() { return std::getenv(kInnerRunVariable) != nullptr; }
 
 // Builds a namespace of the test's own with "ip -n NAME <command>" per command, re-runs the current test in
 // a fresh process inside and expects it to pass; skips without root. There the host's interfaces, routes and
 // cached address list are the namespace's, and names looked up go to its own (unserved) loopback address.
 void rerunInOwnNamespace(const std::vector<std::string>& in_ipCommands) {
-    using corvane_test::runSubprocess;
     if (geteuid() != 0 || corvane_test::findProgram("ip").empty()) GTEST_SKIP() << "needs root and iproute2";
     static std::atomic<int> s_counter{0};
     const std::string name = "corvane-" + std::to_string(getpid()) + "-" + std::to_string(++s_counter);
     const std::string etc = "/etc/netns/" + name;  // its files are mounted over /etc inside
-    std::string script = "ip netns add " + name + " && mkdir -p " + etc +
-                         " && echo nameserver 127.0.0.1 >" + etc + "/resolv.conf";
-    for (const std::string& command : in_ipCommands) script += " && ip -n " + name + " " + command;
-    const corvane_test::SubprocessResult built = runSubprocess({"sh", "-c", script}, {}, 60000);
     const testing::TestInfo& test = *testing::UnitTest::GetInstance()->current_test_info();
-    const std::string filter = std::string("--gtest_filter=") + test.test_suite_name() + "." + test.name();
+    std::string script = "ip netns add " + name + " && mkdir -p " + etc + " && echo nameserver 127.0.0.1 >" + etc +
+                         "/resolv.conf";
+    for (const std::string& command : in_ipCommands) script += " && ip -n " + name + " " + command;
+    script += " && ip netns exec " + name + " " + corvane_test::selfExecutable() + " --gtest_filter=" +
+              test.test_suite_name() + "." + test.name() + "; status=$?; rm -rf " + etc + "; ip netns delete " +
+              name + "; exit $status";
     const corvane_test::SubprocessResult inner =
-        built.status != 0 ? built
-                           : runSubprocess({"ip", "netns", "exec", name, corvane_test::selfExecutable(), filter},
-                                           {{kInnerRunVariable, "1"}}, 60000);
-    const std::string links = runSubprocess({"ip", "-n", name, "-o", "addr"}, {}, 60000).out;
-    runSubprocess({"sh", "-c", "rm -rf " + etc + "; ip netns delete " + name}, {}, 60000);
-    ASSERT_EQ(built.status, 0) << script << "\n" << built.out << built.err;
+        corvane_test::runSubprocess({"sh", "-c", script}, {{kInnerRunVariable, "1"}}, 60000);
     EXPECT_TRUE(inner.status == 0 && inner.out.find("[  PASSED  ] 1 test.") != std::string::npos &&
                 inner.out.find("[  SKIPPED ]") == std::string::npos)
-        << inner.out << inner.err << "\nnamespace:\n" << links;
+        << script << "\n" << inner.out << inner.err;
 }
 
 const char* const kLogger = "corvane.net.HostIPAddress";
-const char* const kPrimary = "corvane.net.primaryIPAddress";
 
 std::vector<std::string> dotted(const std::vector<ACE_INET_Addr>& in_addresses) {
     std::vector<std::string> out;
@@ -77,12 +68,6 @@ std::vector<std::string> oneOrNone(const std::string& in_strMessage) {
 
 using Tarvik::Uri;
 
-std::string text(const Uri& in_uri) {
-    std::string out = "stale";
-    in_uri.convertTo(out);
-    return out;
-}
-
 Uri make(const char* in_szScheme, const char* in_szUser, const char* in_szHost, const char* in_szPort) {
     Uri uri;
     uri.setScheme(in_szScheme);
@@ -92,20 +77,13 @@ Uri make(const char* in_szScheme, const char* in_szUser, const char* in_szHost, 
     return uri;
 }
 
-using Node = Tarvik::PCFParse<Tarvik::CFRule>;
+using Node = Tarvik::CountedObjPtr<Tarvik::PCFParse<Tarvik::CFRule>>;
 // A parse-tree node of a rule name, a token range, two children and a label.
-Tarvik::CountedObjPtr<Node> node(const char* in_szName, size_t in_uiFirst, size_t in_uiLast,
-                                 Tarvik::CountedObjPtr<Node> in_pFirst = {},
-                                 Tarvik::CountedObjPtr<Node> in_pSecond = {},
-                                 const char* in_szLabel = nullptr) {
-    Tarvik::CountedObjPtr<Node> n(new Node);
-    n->m_pRule = Tarvik::CountedObjPtr<Tarvik::CFRule>(new Tarvik::CFRule{in_szName});
-    if (in_szLabel != nullptr) n->m_pLabel = Tarvik::CountedObjPtr<std::string>(new std::string(in_szLabel));
-    n->m_uiFirstToken = in_uiFirst;
-    n->m_uiLastToken = in_uiLast;
-    n->m_pFirst = in_pFirst;
-    n->m_pSecond = in_pSecond;
-    return n;
+Node node(const char* in_szName, size_t in_uiFirst, size_t in_uiLast, Node in_pFirst = {}, Node in_pSecond = {},
+          const char* in_szLabel = nullptr) {
+    const Tarvik::CountedObjPtr<std::string> label(in_szLabel != nullptr ? new std::string(in_szLabel) : nullptr);
+    const Tarvik::CountedObjPtr<Tarvik::CFRule> rule(new Tarvik::CFRule{in_szName});
+    return Node(new Tarvik::PCFParse<Tarvik::CFRule>{label, rule, in_pFirst, in_pSecond, in_uiFirst, in_uiLast});
 }
 
 struct AddressRow {
@@ -125,13 +103,11 @@ TEST_P(HostAddressRules, HoldOnAHostWithTheseInterfaces) {
         // A link per address, or the loopback link (with ::1, which the list leaves out) for a first 127.0.0.1.
         std::vector<std::string> commands;
         for (size_t i = 0; i < row.addresses.size(); ++i) {
-            const std::string link = "c" + std::to_string(i);
-            if (i == 0 && row.addresses[i] == "127.0.0.1") {
-                commands.push_back("link set lo up");
-                continue;
+            const std::string link = i == 0 && row.addresses[i] == "127.0.0.1" ? "lo" : "c" + std::to_string(i);
+            if (link != "lo") {
+                commands.push_back("link add " + link + " type veth peer name p" + std::to_string(i));
+                commands.push_back("addr add " + row.addresses[i] + "/24 dev " + link);
             }
-            commands.push_back("link add " + link + " type veth peer name p" + std::to_string(i));
-            commands.push_back("addr add " + row.addresses[i] + "/24 dev " + link);
             commands.push_back("link set " + link + " up");
         }
         return rerunInOwnNamespace(commands);
@@ -139,19 +115,18 @@ TEST_P(HostAddressRules, HoldOnAHostWithTheseInterfaces) {
     std::string hostname;
     ASSERT_TRUE(Tarvik::getHostname(hostname));
     const std::vector<ACE_INET_Addr>& cached = Tarvik::getHostIPAddress();  // filled once, here
-    corvane_test::LogCapture asserts;
     corvane_test::LogCapture logs;
     std::string error;
     if (row.configured != nullptr) {
-        ASSERT_TRUE(Tarvik::GlobalConfig::getInstance().setValue(kPrimary, row.configured, error));
+        ASSERT_TRUE(Tarvik::GlobalConfig::getInstance().setValue("corvane.net.primaryIPAddress", row.configured, error));
     }
     std::vector<ACE_INET_Addr> addresses(1);  // emptied by every call
     EXPECT_EQ(Tarvik::getHostIPAddress(nullptr, addresses), !row.addresses.empty());
     EXPECT_EQ(dotted(addresses), row.addresses);
     EXPECT_EQ(dotted(cached), row.addresses);
     EXPECT_EQ(&cached, &Tarvik::getHostIPAddress());
-    const std::string none = "No IP network interfaces found for host " + hostname;
-    EXPECT_EQ(logs.messages(kLogger), oneOrNone(row.addresses.empty() ? none : ""));
+    EXPECT_EQ(logs.messages(kLogger),
+              oneOrNone(row.addresses.empty() ? "No IP network interfaces found for host " + hostname : ""));
     EXPECT_EQ(Tarvik::getHostIPAddressNoLoopback(nullptr, addresses), !row.addresses.empty());
     EXPECT_EQ(dotted(addresses), row.noLoopback);
     const std::string warning = "Multiple IP addresses available on host: using the first one as destination "
@@ -166,7 +141,7 @@ TEST_P(HostAddressRules, HoldOnAHostWithTheseInterfaces) {
     EXPECT_EQ(logs.messages(kLogger), oneOrNone(row.error));
     EXPECT_FALSE(Tarvik::getHostIPAddress("example.org", addresses));
     EXPECT_TRUE(addresses.empty());
-    EXPECT_EQ(asserts.assertions(), oneOrNone("Not implemented : getHostIPAddress with a non-null hostname"));
+    EXPECT_EQ(logs.assertions(), oneOrNone("Not implemented : getHostIPAddress with a non-null hostname"));
 }
 
 const std::string kSet = " Solution : set the corvane.net.primaryIPAddress parameter";
@@ -202,7 +177,6 @@ TEST(HostName, FullyQualifiedNameJoinsTheHostNameAndTheResolverDomain) {
         std::string debug;  // the DEBUG message, or empty
     } rows[] = {
         {"box", "nameserver 127.0.0.1\ndomain corvane.test\n", "box.corvane.test", ""},
-        {"box.example.org", "domain corvane.test\n", "box.example.org", ""},
         {"box", "nameserver 127.0.0.1\n", "box", failed + "3d (size=0" + member},
         // "box." and the domain and a NUL: 0x451 bytes, more than the 1024 a name may have.
         {"box", "domain " + std::string(1100, 'd'), "box", failed + "22 (size=451" + member},
@@ -212,8 +186,7 @@ TEST(HostName, FullyQualifiedNameJoinsTheHostNameAndTheResolverDomain) {
         const corvane_test::TempFile file(row.resolvConf);
         Tarvik::Net::setResolverConfigPathForTest(file.path());
         corvane_test::LogCapture logs;
-        std::string hostname;
-        std::string fqdn = "unchanged";
+        std::string hostname, fqdn = "unchanged";
         EXPECT_TRUE(Tarvik::getHostname(hostname) && Tarvik::getFqdnHostname(fqdn));
         EXPECT_EQ(hostname + " " + fqdn, row.hostname + (" " + row.fqdn));
         EXPECT_EQ(logs.messages(kLogger), oneOrNone(row.debug));
@@ -225,28 +198,22 @@ TEST(IPAddress, ReadsExactlyTheWrittenFormsWithAnOptionalPort) {
         const char* text;
         const char* read;  // written form of the address read, or null when failbit is set
     } rows[] = {
-        {"10.0.0.1:5060", "10.0.0.1:5060"}, {"  010.001.000.001:08", "10.1.0.1:8"}, {"0.0.0.0:7", "INADDR_ANY:7"},
-        {"INADDR_ANY", "INADDR_ANY:0"}, {"INADDR", "INADDR_ANY:0"},
-        {"255.255.255.255:65535", "255.255.255.255:65535"},
-        {"1.2.3", nullptr}, {"1.2.3.4:", nullptr}, {"1.2.3.4:x", nullptr}, {"1.2.3.4:65536", nullptr},
-        {"256.1.1.1", nullptr}, {"+1.2.3.4", nullptr}, {"INADDR_ANX", nullptr}, {"INADDR_ANY:", nullptr},
-        {"", nullptr}, {":5", nullptr},
-    };
-    const auto written = [](const Tarvik::Net::IPAddress& in_address) {
-        std::ostringstream os;
-        os << std::hex;  // the port is decimal whatever the stream's base
-        in_address.write(os);
-        return os.str();
+        {"  010.001.000.001:08", "10.1.0.1:8"}, {"0.0.0.0:7", "INADDR_ANY:7"}, {"INADDR_ANY", "INADDR_ANY:0"},
+        {"INADDR", "INADDR_ANY:0"}, {"255.255.255.255:65535", "255.255.255.255:65535"}, {"1.2.3", nullptr},
+        {"1.2.3.4:", nullptr}, {"1.2.3.4:65536", nullptr}, {"256.1.1.1", nullptr}, {"+1.2.3.4", nullptr},
+        {"INADDR_ANX", nullptr}, {"INADDR_ANY:", nullptr}, {"", nullptr},
     };
     for (const auto& row : rows) {
         std::istringstream is(row.text);
         Tarvik::Net::IPAddress address(0x05050505);
         address.set_port_number(9);
         EXPECT_EQ(address.read(is).fail(), row.read == nullptr) << '"' << row.text << '"';
-        EXPECT_EQ(written(address), row.read != nullptr ? row.read : "5.5.5.5:9") << '"' << row.text << '"';
+        std::ostringstream os;
+        address.write(os << std::hex);  // the port is decimal whatever the stream's base
+        EXPECT_EQ(os.str(), row.read != nullptr ? row.read : "5.5.5.5:9") << '"' << row.text << '"';
         EXPECT_TRUE(address.read(is).fail()) << "a read stops at the end, and a failed stream is not read";
     }
-    EXPECT_EQ(written(Tarvik::Net::IPAddress()), "127.0.0.1:0");
+    EXPECT_STREQ(Tarvik::Net::IPAddress().toString(), "127.0.0.1");
     EXPECT_STREQ(Tarvik::Net::IPAddress(0x0A000001).toString(), "10.0.0.1");
 }
 
@@ -261,22 +228,22 @@ TEST(Interface, DestinationsAreReachedThroughTheirLinksAndDescribed) {
     }
     const std::string c0 = "c0: flags=0x31<UP,BROADCAST,MULTICAST> mtu 1500\n\tinet 10.1.2.3/24\n"
                            "\tlink 02:00:00:00:00:01\n\talias 10.1.3.3/24\n";
-    const std::string failed = "Interface::getForDestination : ";
+    const std::string invalid = "ASSERTION FAILED: m_bValid";
     const struct {
         const char* destination;
         const char* address;  // getIPAdress, or null when the lookup fails
-        std::string text;     // write when it succeeds, else the ERROR message
+        std::string text;     // write when it succeeds
+        std::vector<std::string> logged = {};  // the log messages and assertion reports
     } steps[] = {
-        {nullptr, nullptr, ""},
+        {nullptr, nullptr, "", {"ASSERTION FAILED: in_szDestination != nullptr", invalid}},
         {"127.0.0.1", "127.0.0.1", "lo: flags=0x3<UP,LOOPBACK> mtu 65536\n\tinet 127.0.0.1/8\n\talias ::1\n"},
-        {"10.0.0.1/x", nullptr, failed + "addr_pton failed on 10.0.0.1/x"},
         {"10.1.2.77", "10.1.2.3", c0},
         // The entry's address is the link's address towards the destination.
         {"10.1.3.9", "10.1.3.3", std::string(c0).replace(c0.find("2.3"), 1, "3")},
         // A point-to-point link: its line shows the link's own address twice.
         {"10.5.0.2", "10.5.0.1",
          "t0: flags=0x2d<UP,POINTOPOINT,NOARP,MULTICAST> mtu 1500\n\tinet 10.5.0.1 --> 10.5.0.1\n"},
-        {"10.99.0.1", nullptr, failed + "intf_get_dst failed on 10.99.0.1"},
+        {"10.99.0.1", nullptr, "", {"Interface::getForDestination : intf_get_dst failed on 10.99.0.1", invalid}},
     };
     Tarvik::Net::Interface intf;  // one object for every step
     for (const auto& step : steps) {
@@ -287,15 +254,11 @@ TEST(Interface, DestinationsAreReachedThroughTheirLinksAndDescribed) {
         std::ostringstream os;
         intf.write(os);
         EXPECT_EQ(os.fail(), !ok);
-        EXPECT_EQ(os.str(), ok ? step.text : "");
+        EXPECT_EQ(os.str(), step.text);
         std::string address = "unchanged";
         intf.getIPAdress(address);
         EXPECT_EQ(address, ok ? step.address : "unchanged");
-        std::vector<std::string> logged;  // the ERROR message between the assertion reports
-        if (step.destination == nullptr) logged.push_back("ASSERTION FAILED: in_szDestination != nullptr");
-        if (!ok && !step.text.empty()) logged.push_back(step.text);
-        if (!ok) logged.push_back("ASSERTION FAILED: m_bValid");
-        EXPECT_EQ(logs.messages("corvane.net.Interface"), logged);
+        EXPECT_EQ(logs.messages("corvane.net.Interface"), step.logged);
     }
 }
 
@@ -312,12 +275,9 @@ TEST(PortHunt, BindsTheFirstFreePortFromTheStartThenWrapsAround) {
         const char* assertion;  // raised by a broken range, or empty
     } rows[] = {
         {any, 30000, 30010, 30005, "xxx.x.x.xxx", 30005, ""},
-        {any, 30000, 30010, 30005, ".xxx.xxxxxx", 30000, ""},
         {any, 30000, 30010, 30005, "xxx..xxxxxx", 30003, ""},
         {any, 30002, 30010, 1, "xxx.xxxxx.x", 30003, ""},  // a start below the range begins at its minimum
-        {any, 30000, 30008, 40000, "xxxxx.xxxxx", 30005, ""},
         {any, 30000, 30008, 40000, "xxxxxxxxx..", -1, ""},  // free ports above the range are not tried
-        {any, 30004, 30004, 30004, "xxx.x.xxxxx", -1, ""},
         {any, 30005, 30004, 30004, "", -1, "in_iMinPort <= in_iMaxPort"},
         {any, 0, 10, 5, "", -1, "in_iMinPort > 0"},
         {any, 65530, 65536, 65530, "", -1, "in_iMaxPort <= 65535"},
@@ -328,8 +288,7 @@ TEST(PortHunt, BindsTheFirstFreePortFromTheStartThenWrapsAround) {
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.use) + " from " + std::to_string(row.start));
         std::vector<int> sockets;  // the held ports', then the hunter
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
+        sockaddr_in address = {AF_INET, 0, {}, {}};
         for (int i = 0; row.use[i] != '\0'; ++i) {
             if (row.use[i] != 'x') continue;
             sockets.push_back(socket(AF_INET, SOCK_DGRAM, 0));
@@ -351,9 +310,8 @@ TEST(PortHunt, BindsTheFirstFreePortFromTheStartThenWrapsAround) {
         socklen_t length = sizeof(address);
         getsockname(sockets.back(), reinterpret_cast<sockaddr*>(&address), &length);
         EXPECT_EQ(ntohs(address.sin_port), row.found < 0 ? 0 : row.found) << "bound to the port found";
-        if (row.found < 0 && *row.assertion == '\0') {
-            EXPECT_EQ(errno, EADDRINUSE) << "the last bind error is left in errno";
-        }
+        const bool inUse = row.found < 0 && *row.assertion == '\0';
+        EXPECT_TRUE(!inUse || errno == EADDRINUSE) << "the last bind error is left in errno";
         EXPECT_EQ(asserts.assertions(), oneOrNone(row.assertion));
         for (int fd : sockets) close(fd);
     }
@@ -362,20 +320,16 @@ TEST(PortHunt, BindsTheFirstFreePortFromTheStartThenWrapsAround) {
 TEST(Uri, InitFromUrlTextTakesSipUrlsOnly) {
     const Uri start = make("sip", "alice", "10.0.0.1", "5060");
     const std::string failed = "Uri::initFrom : failed to convert (";
-    const std::string invalid = "Uri::initFrom : invalid Vocal Url type ";
     const struct {
         const char* input;
         bool ok;
         std::string text;                  // the text form of the Uri filled
         std::vector<std::string> reports;  // log messages, then assertion texts
     } rows[] = {
-        {"sip:bob@10.0.0.2:5070", true, "sip:bob@10.0.0.2:5070", {}},
-        {"SIP:bob@host.example.com;transport=tcp", true, "sip:bob@host.example.com", {}},
+        {"SIP:bob@host.example.com:5070;transport=tcp", true, "sip:bob@host.example.com:5070", {}},
         {"sip:10.0.0.2", true, "sip:alice@10.0.0.2", {}},  // a URL without a user keeps the old one
         {"tel:+15551234", false, "sip:alice@10.0.0.1:5060", {"ASSERTION FAILED: Not implemented : tel urls"}},
-        {"alice", false, ":", {invalid + "4", failed + "alice) to a Uri"}},
-        {"im:a@example.com", false, ":", {invalid + "2", failed + "im:a@example.com) to a Uri"}},
-        {"pres:a@example.com", false, ":", {invalid + "3", failed + "pres:a@example.com) to a Uri"}},
+        {"im:a@b", false, ":", {"Uri::initFrom : invalid Vocal Url type 2", failed + "im:a@b) to a Uri"}},
         {"sip:a@h:port", false, ":",
          {"Uri::initFrom : failed to parse URI : SipUrlParserException: failed in Decode",
           failed + "sip:a@h:port) to a Uri"}},
@@ -384,17 +338,12 @@ TEST(Uri, InitFromUrlTextTakesSipUrlsOnly) {
         corvane_test::LogCapture log;
         Uri uri = start;
         EXPECT_EQ(uri.initFrom(row.input), row.ok) << row.input;
-        std::ostringstream os;
-        os << std::setw(30) << uri;  // the field width is honoured
-        EXPECT_EQ(text(uri), row.text) << row.input;
-        EXPECT_EQ(os.str(), std::string(30 - row.text.size(), ' ') + row.text);
+        EXPECT_EQ(testing::PrintToString(uri), row.text) << row.input;
         EXPECT_EQ(log.messages("corvane.net.Uri"), row.reports) << row.input;
     }
     Uri cleared = make("tel", "bob", "h", "1");
     std::ostringstream listing;
-    cleared.dump(listing);
-    cleared.clear();
-    cleared.dump(listing);
+    for (int i = 0; i < 2; ++i, cleared.clear()) cleared.dump(listing);
     EXPECT_EQ(listing.str(), "scheme=tel\nuser=bob\nhost=h\nport=1\nscheme=\nuser=\nhost=\nport=\n");
 }
 
@@ -405,16 +354,16 @@ TEST(Uri, TreeWalkFillsNamedNodesFromTheirTokens) {
     Uri uri = make("x", "stale-user", "x", "x");
     const auto scheme = node("Scheme", 0, 0);
     EXPECT_TRUE(uri.initFrom(tokens, node("R", 0, 6, node("S", 0, 4, scheme, host), node("Port", 6, 6))));
-    EXPECT_EQ(text(uri), "sip:host.org:5060");
+    EXPECT_EQ(testing::PrintToString(uri), "sip:host.org:5060");
     // A "Host" rule under another label is no host; an empty range leaves a member empty; a later node wins.
     const auto labelled = node("A", 0, 0, node("Host", 2, 2, {}, {}, "Domain"), node("User", 5, 4));
     const auto ports = node("B", 0, 0, node("Port", 6, 6), node("Port", 7, 7));
     EXPECT_TRUE(uri.initFrom(tokens, node("R", 0, 7, labelled, ports)));
-    EXPECT_EQ(text(uri), "::bob");
+    EXPECT_EQ(testing::PrintToString(uri), "::bob");
     corvane_test::LogCapture asserts;
-    EXPECT_TRUE(uri.initFrom(tokens, Tarvik::CountedObjPtr<Node>()));
+    EXPECT_TRUE(uri.initFrom(tokens, Node()));
     EXPECT_EQ(asserts.assertions(), std::vector<std::string>{"! in_pParse.isNull()"});
-    EXPECT_EQ(text(uri), ":");
+    EXPECT_EQ(testing::PrintToString(uri), ":");
 }
 
 // In a network of its own a name that is not in the hosts file fails without a packet leaving the machine.
@@ -423,15 +372,13 @@ TEST(Canonicalize, FillsTheSipPortAndPutsTheAddressInPlaceOfTheHost) {
     corvane_test::LogCapture log;
     Uri uri = make("sip", "", "10.0.0.1", "");
     EXPECT_FALSE(uri.canonicalize(ACE_Time_Value(1)));
-    EXPECT_FALSE(uri.canonicalize(ACE_Time_Value::zero));
-    EXPECT_EQ(log.count("Uri::canonicalize : cannot specify a timeout if the HostNameServer is not started"), 2u);
-    EXPECT_EQ(text(uri), "sip:10.0.0.1") << "no fallback to the direct path";
+    EXPECT_EQ(log.count("Uri::canonicalize : cannot specify a timeout if the HostNameServer is not started"), 1u);
+    EXPECT_EQ(testing::PrintToString(uri), "sip:10.0.0.1") << "no fallback to the direct path";
     ASSERT_TRUE(Tarvik::Net::initializeLibrary());
     corvane_test::HostLookupHook hook;  // the resolver's lookups
     hook.setDelay(std::chrono::milliseconds(100));
-    std::ostringstream self;
-    self << static_cast<const void*>(&uri);
-    const std::string unknownProtocol = "Uri \"" + self.str() + "\" could not be canonicalized: unknown protocol";
+    const std::string self = testing::PrintToString(static_cast<const void*>(&uri));
+    const std::string unknownProtocol = "Uri \"" + self + "\" could not be canonicalized: unknown protocol";
     const ACE_Time_Value direct = ACE_Time_Value::max_time;
     const ACE_Time_Value twoSeconds(2);
     const struct {
@@ -456,15 +403,10 @@ TEST(Canonicalize, FillsTheSipPortAndPutsTheAddressInPlaceOfTheHost) {
         log.clear();
         uri = row.in;
         EXPECT_EQ(uri.canonicalize(row.timeout), row.log.empty()) << row.out;
-        EXPECT_EQ(text(uri), row.out);
+        EXPECT_EQ(testing::PrintToString(uri), row.out);
         const std::vector<std::string> messages = log.messages("corvane.net.Uri");
         EXPECT_EQ(messages.empty() ? "" : messages.back(), row.log) << row.out;
     }
-    std::string out;
-    EXPECT_TRUE(Tarvik::canonicalizeURI("SIP:carol@localhost:5070?Subject=x", out, direct));
-    EXPECT_EQ(out, "sip:carol@127.0.0.1:5070");
-    EXPECT_FALSE(Tarvik::canonicalizeURI("not a uri", out, direct));
-    EXPECT_EQ(out, "not a uri");
     Tarvik::Net::forcedCloseLibrary();
 }
 

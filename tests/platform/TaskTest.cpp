@@ -150,14 +150,12 @@ class ScriptedWork : public Op::Work<int> {
     CORVANE_STATIC_ALLOCATOR("test.BlockingOp.ScriptedWork")
 
 public:
-    enum Action { DELIVER_VALID, DELIVER_NOT_VALID, DELIVER_NOTHING, EXPIRE };
+    enum Action { DELIVER_VALID, DELIVER_NOT_VALID, DELIVER_NOTHING, EXPIRE, DELIVERED_BEFORE };
     explicit ScriptedWork(Action in_action, Gate* in_pGate = nullptr) : m_action(in_action), m_pGate(in_pGate) {}
     bool doWork() override {
         if (m_pGate != nullptr) m_pGate->wait(10s);
         if (m_action == EXPIRE) getProducer().expire();
-        if (m_action == DELIVER_VALID || m_action == DELIVER_NOT_VALID) {
-            getProducer().deliver(42, m_action == DELIVER_VALID);
-        }
+        if (m_action <= DELIVER_NOT_VALID) getProducer().deliver(42, m_action == DELIVER_VALID);
         return true;
     }
 
@@ -185,6 +183,7 @@ TEST(BlockingOp, EachOutcomeOfAQueuedWork) {
         {"time-out near the largest time value", ScriptedWork::DELIVER_VALID, false, -2, Op::DOWORK_RESULT},
         {"expired: the waiter waits out its deadline", ScriptedWork::EXPIRE, false, 30, Op::DOWORK_TIMEOUT},
         {"expired without a deadline", ScriptedWork::EXPIRE, false, -1, Op::DOWORK_TIMEOUT},
+        {"result there before the wait: taken at once", ScriptedWork::DELIVERED_BEFORE, false, 0, Op::DOWORK_RESULT},
     };
     TestTask task;
     ASSERT_TRUE(task.startAndWaitRunning());
@@ -199,6 +198,7 @@ TEST(BlockingOp, EachOutcomeOfAQueuedWork) {
                                        : c.timeoutMs == -2 ? ACE_Time_Value::max_time - ACE_Time_Value(1)
                                                            : ACE_Time_Value(0, c.timeoutMs * 1000);
         auto* pWork = new ScriptedWork(c.action, c.blocked ? &gate : nullptr);
+        if (c.action == ScriptedWork::DELIVERED_BEFORE) pWork->getProducer().deliver(42, true);
         const auto take = [&out](const int& in_value) { out = in_value; };
         const int code =
             bTake ? task.doWorkAndTake<int>(pWork, take, timeout) : task.doWork<int>(pWork, out, timeout);
@@ -213,7 +213,7 @@ TEST(BlockingOp, EachOutcomeOfAQueuedWork) {
 }
 
 TEST(Task, StopDropsQueuedWorkWakesItsWaiterAndRefusesLaterWork) {
-    corvane_test::LogCapture asserts;
+    corvane_test::LogCapture capture;
     Counts blocker, queued, refused;
     Gate gate;
     TestTask task(1);
@@ -222,7 +222,7 @@ TEST(Task, StopDropsQueuedWorkWakesItsWaiterAndRefusesLaterWork) {
     EXPECT_EQ(task.doWork<int>(new ScriptedWork(ScriptedWork::DELIVER_VALID), out, limit), Op::DOWORK_FAILED);
     ASSERT_TRUE(task.startAndWaitRunning());
     EXPECT_EQ(task.doWork<int>(nullptr, out, limit), Op::DOWORK_FAILED);
-    EXPECT_EQ(asserts.assertions(), std::vector<std::string>{"in_pNewWork != 0"});
+    EXPECT_EQ(capture.assertions(), std::vector<std::string>{"in_pNewWork != 0"});
     ASSERT_TRUE(task.enqueue(new Job(blocker, [&] { gate.wait(); }), "blocker"));
     ASSERT_GT(task.after(new Job(queued), kHour, kHour), 0);
     for (int i = 0; i < 3; ++i) ASSERT_TRUE(task.enqueue(new Job(queued), "queued"));
@@ -238,7 +238,6 @@ TEST(Task, StopDropsQueuedWorkWakesItsWaiterAndRefusesLaterWork) {
     EXPECT_GE(queued.destroyed, 3);  // requests by stop itself, before the running one ends
     EXPECT_FALSE(task.enqueue(new Job(refused), "stopping"));
     EXPECT_EQ(task.after(new Job(refused), 0), -1);
-    corvane_test::LogCapture capture;
     EXPECT_FALSE(task.waitForEndOfRun(20ms));
     EXPECT_TRUE(capture.contains(ERROR_LOG_LEVEL, "StaticReactorTaskImpl::waitForEndOfRun : test.Task : the threads "
                                                   "of the previous run have not ended after 20 ms"));

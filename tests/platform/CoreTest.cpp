@@ -88,12 +88,9 @@ TEST(Logging, LevelNamesParseAndMessagesAndTraceScopesAreBuiltAndWrittenOnlyWhen
     int level = -1;
     for (const char* bad : {"debug", "", "WARNING", " INFO", "ALL"}) EXPECT_FALSE(parseLogLevel(bad, level)) << bad;
     EXPECT_EQ(level, -1);
-}
-
-TEST(Logging, AncestorMadeWhileAChildLogsIsNoRace) {
     const Logger& child = getLogger("test.logging.Ancestor.inner.leaf");
-    // Each level check walks the child's ancestors: asking for one of them
-    // meanwhile must not re-link the child under the writer (ThreadSanitizer).
+    // An ancestor made while a child logs is no race: each level check walks the child's ancestors,
+    // and asking for one of them meanwhile must not re-link the child under the writer (ThreadSanitizer).
     std::atomic<bool> bAsked{false};
     std::thread writer([&child, &bAsked] {
         for (int i = 0; i < 100000 && !bAsked; ++i) CORVANE_DEBUG(child, "unseen");

@@ -60,7 +60,8 @@ TEST(AresReactorTask, EveryServerBehaviourGivesExactlyOneCallbackOnTheLoopThread
         const char* name;
         int status;
         int queries;
-    } cases[] = {{"answered.test", ARES_SUCCESS, 1}, {"nx.test", ARES_ENOTFOUND, 1}, {"silent.test", ARES_ETIMEOUT, 2}};
+    } cases[] = {
+        {"answered.test", ARES_SUCCESS, 1}, {"nx.test", ARES_ENOTFOUND, 1}, {"silent.test", ARES_ETIMEOUT, 2}};
     std::deque<Outcome> outcomes(std::size(cases));
     for (size_t i = 0; i < std::size(cases); ++i) outcomes[i].search(cases[i].name);
     for (size_t i = 0; i < std::size(cases); ++i) {
@@ -176,7 +177,6 @@ TEST(AresDisplayQuestion, ReadsEachQuestionAndFailsOnEveryTruncationOrCorruption
                                                          : "b.test|b.test IN AAAA");
         }
     }
-    const auto header = dns::header(1, dns::RESPONSE_FLAGS, 1, 0);
     std::string name = "unchanged", text = "unchanged";
     const unsigned char* const q = kAnswer.data() + 12;  // a position before the message is refused too
     EXPECT_EQ(Tarvik::Ares::display_question(q, q + 1, static_cast<int>(kAnswer.size()) - 13, name, text), nullptr);
@@ -194,7 +194,7 @@ TEST(AresDisplayQuestion, ReadsEachQuestionAndFailsOnEveryTruncationOrCorruption
         {"", 2, 1, ". IN NS"},                    {"A.Test", 41, 1, "A.Test IN OPT"},
     };
     for (const auto& c : named) {
-        const auto message = dns::cat({header, dns::question(c.name, c.type, c.dnsClass)});
+        const auto message = dns::cat({dns::header(1, 0, 1, 0), dns::question(c.name, c.type, c.dnsClass)});
         const int alen = static_cast<int>(message.size());
         EXPECT_EQ(Tarvik::Ares::display_question(message.data() + 12, message.data(), alen, name, text),
                   message.data() + alen);

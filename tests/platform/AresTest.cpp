@@ -46,64 +46,37 @@ struct Outcome {
     void search(const std::string& in_name) {
         task().search(in_name.c_str(), 1 /*IN*/, 1 /*A*/, &Outcome::callback, this);
     }
-    bool heard() const { return waitFor([this] { return calls > 0; }, 20s); }
-};
-
-// The channel handed to the process-wide task, which runs while this lives.
-struct RunningTask {
-    explicit RunningTask(const DnsResponder& in_responder, int in_iTimeoutMs = 2000, int in_iTries = 2)
-        : channel(in_responder.address(), in_iTimeoutMs, in_iTries) {
-        EXPECT_TRUE(task().setChannel(channel.get()));
-        EXPECT_TRUE(task().start());
-    }
-    ~RunningTask() {
-        task().stop();
-        EXPECT_TRUE(task().waitUntilDone());
-        task().setChannel(nullptr);
-    }
-    AresChannel channel;
 };
 
 TEST(AresReactorTask, EveryServerBehaviourGivesExactlyOneCallbackOnTheLoopThread) {
     DnsResponder responder("127.53.1.1");
     responder.answer("nx.test", dns::response("nx.test", {}, dns::RCODE_NXDOMAIN));
-    responder.answer("servfail.test", dns::response("servfail.test", {}, dns::RCODE_SERVFAIL));
     responder.never("silent.test");
-    const auto answer = [](const char* in_szName) {
-        return dns::response(in_szName, {dns::a(dns::pointer(12), "10.1.0.2", 60)});
-    };
-    responder.answer("answered.test", answer("answered.test"));
-    responder.answerLate("late.test", answer("late.test"), 50ms);
-    responder.answerLate("toolate.test", dns::response("toolate.test", {}), 3000ms);
-    responder.script("wrongid.test",  // the wrong id is dropped, the right one that follows taken
-                     {{answer("wrongid.test"), 0ms, DnsResponder::Id::WRONG},
-                      {answer("wrongid.test"), 30ms, DnsResponder::Id::PATCH}});
-    responder.answer("short.test", {0x12, 0x34, 0x81, 0x80, 0x00});  // shorter than a header
+    responder.answer("answered.test", dns::response("answered.test", {dns::a(dns::pointer(12), "10.1.0.2", 60)}));
     ASSERT_TRUE(responder.start());
-    RunningTask running(responder, 300, 2);  // two tries end after about 0.9 s
+    AresChannel channel(responder.address(), 300, 2);  // two tries end after about 0.9 s
+    ASSERT_TRUE(task().setChannel(channel.get()) && task().start());
     const struct {
         const char* name;
-        int status;  // -1: any failure
+        int status;
         int queries;
     } cases[] = {
-        {"answered.test", ARES_SUCCESS, 1}, {"nx.test", ARES_ENOTFOUND, 1},      {"servfail.test", -1, 2},
-        {"silent.test", ARES_ETIMEOUT, 2},  {"late.test", ARES_SUCCESS, 1},      {"toolate.test", ARES_ETIMEOUT, 2},
-        {"wrongid.test", ARES_SUCCESS, 1},  {"short.test", ARES_ETIMEOUT, 2},
-    };
+        {"answered.test", ARES_SUCCESS, 1}, {"nx.test", ARES_ENOTFOUND, 1}, {"silent.test", ARES_ETIMEOUT, 2}};
     std::deque<Outcome> outcomes(std::size(cases));
     for (size_t i = 0; i < std::size(cases); ++i) outcomes[i].search(cases[i].name);
     for (size_t i = 0; i < std::size(cases); ++i) {
         const Outcome& o = outcomes[i];
         SCOPED_TRACE(cases[i].name);
-        ASSERT_TRUE(o.heard());
+        ASSERT_TRUE(waitFor([&o] { return o.calls > 0; }, 20s));
         EXPECT_EQ(o.calls, 1);
-        const int status = cases[i].status;
-        EXPECT_TRUE(status == -1 ? o.status != ARES_SUCCESS && o.status != ARES_ECANCELLED : o.status == status)
-            << ares_strerror(o.status);
-        EXPECT_EQ(o.nullAnswer, status != ARES_SUCCESS && status != ARES_ENOTFOUND);
+        EXPECT_EQ(o.status, cases[i].status) << ares_strerror(o.status);
+        EXPECT_EQ(o.nullAnswer, cases[i].status == ARES_ETIMEOUT);
         EXPECT_NE(o.thread, std::this_thread::get_id());
         EXPECT_EQ(responder.queryCount(cases[i].name), cases[i].queries);
     }
+    task().stop();
+    EXPECT_TRUE(task().waitUntilDone());
+    task().setChannel(nullptr);
 }
 
 TEST(AresReactorTask, LifecycleRefusesWhatItCannotDoFromAnyThreadAndCancelsASearchWhileNotRunning) {
@@ -125,8 +98,9 @@ TEST(AresReactorTask, LifecycleRefusesWhatItCannotDoFromAnyThreadAndCancelsASear
         static void callback(void* in_pArg, int in_iStatus, int, unsigned char* in_abuf, int in_alen) {
             Chain* c = static_cast<Chain*>(in_pArg);
             const bool bFirst = c->links[0].calls == 0;
-            if (bFirst) task().search("link1.test", 1, 1, &Chain::callback, c);
-            if (!bFirst) {
+            if (bFirst) {
+                task().search("link1.test", 1, 1, &Chain::callback, c);
+            } else {
                 c->refused += !task().start();
                 task().stop();
                 c->refused += !task().waitUntilDone();
@@ -136,7 +110,7 @@ TEST(AresReactorTask, LifecycleRefusesWhatItCannotDoFromAnyThreadAndCancelsASear
         }
     } chain;
     task().search("link0.test", 1, 1, &Chain::callback, &chain);
-    ASSERT_TRUE(chain.links[1].heard());
+    ASSERT_TRUE(waitFor([&chain] { return chain.links[1].calls > 0; }, 20s));
     EXPECT_TRUE(waitFor([] { return task().getTaskState() == Task::STOPPED_STATE; }));
     EXPECT_EQ(chain.refused, 2);
     for (const Outcome& link : chain.links) EXPECT_TRUE(link.calls == 1 && link.status == ARES_ENOTFOUND);
@@ -170,7 +144,9 @@ TEST(AresReactorTaskDeathTest, ExitWhileRunningCancelsWhatIsInFlight) {
             responder.start();
             AresChannel unused(responder.address());
             AresReactorTask::releaseChannel(unused.get());  // before the task exists: nothing to do
-            RunningTask running(responder, 10000, 1);
+            AresChannel channel(responder.address(), 10000, 1);
+            task().setChannel(channel.get());
+            task().start();
             task().search("hang.test", 1, 1,
                           [](void*, int in_iStatus, int, unsigned char*, int) {
                               std::fprintf(stderr, in_iStatus == ARES_ECANCELLED ? "cancelled\n" : "status %d\n",
@@ -183,12 +159,9 @@ TEST(AresReactorTaskDeathTest, ExitWhileRunningCancelsWhatIsInFlight) {
         ::testing::ExitedWithCode(3), "^cancelled\n$");
 }
 
-// "a.test IN A" at 12, then "b.<pointer to test> IN AAAA" at 24, then one A answer.
-const std::vector<unsigned char> kAnswer = {
-    0x12, 0x34, 0x81, 0x80, 0x00, 0x02, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 'a', 0x04, 't', 'e', 's', 't', 0x00,
-    0x00, 0x01, 0x00, 0x01, 0x01, 'b',  0xC0, 0x0E, 0x00, 0x1C, 0x00, 0x01, 0xC0, 0x0C, 0x00, 0x01, 0x00, 0x01,
-    0x00, 0x00, 0x00, 0x3C, 0x00, 0x04, 0x0A, 0x00, 0x00, 0x01,
-};
+// "a.test IN A" at 12, then "b.<pointer to test> IN AAAA" at 24, ending at 32.
+const dns::Bytes kAnswer = dns::cat({dns::header(0x1234, dns::RESPONSE_FLAGS, 2, 0), dns::question("a.test"),
+                                     {0x01, 'b', 0xC0, 0x0E, 0x00, 0x1C, 0x00, 0x01}});
 
 TEST(AresDisplayQuestion, ReadsEachQuestionAndFailsOnEveryTruncationOrCorruption) {
     for (int alen = 0; alen <= static_cast<int>(kAnswer.size()); ++alen) {
@@ -204,28 +177,10 @@ TEST(AresDisplayQuestion, ReadsEachQuestionAndFailsOnEveryTruncationOrCorruption
                                                          : "b.test|b.test IN AAAA");
         }
     }
-    const auto header = dns::header(1, dns::RESPONSE_FLAGS, 1, 0);
-    const struct {
-        const char* what;
-        dns::Bytes message;
-        long offset;  // where the question is said to start
-    } corrupted[] = {
-        {"label longer than the message", dns::cat({header, {0x3F, 'a', 'b'}}), 12},
-        {"pointer beyond the message", dns::cat({header, {0xC0, 0xFF, 0x00, 0x01, 0x00, 0x01}}), 12},
-        {"two pointers in a loop", dns::cat({header, {0xC0, 0x0E, 0xC0, 0x0C, 0x00, 0x01, 0x00, 0x01}}), 12},
-        {"only the type", dns::cat({header, dns::name("a.test"), dns::u16(1)}), 12},
-        {"position at the end", dns::cat({header, dns::question("a.test")}), 24},
-        {"position before the message", dns::cat({header, dns::question("a.test")}), -1},
-    };
     std::string name = "unchanged", text = "unchanged";
-    for (const auto& c : corrupted) {
-        // Padded, so that positions outside the message are still valid pointers.
-        const dns::Bytes padded = dns::cat({dns::Bytes(16), c.message, dns::Bytes(48)});
-        const unsigned char* abuf = padded.data() + 16;
-        const int alen = static_cast<int>(c.message.size());
-        EXPECT_EQ(Tarvik::Ares::display_question(abuf + c.offset, abuf, alen, name, text), nullptr) << c.what;
-    }
-    EXPECT_EQ(Tarvik::Ares::display_question(kAnswer.data() + 12, kAnswer.data(), -5, name, text), nullptr);
+    const unsigned char* const q = kAnswer.data() + 12;  // a position before the message is refused too
+    EXPECT_EQ(Tarvik::Ares::display_question(q, q + 1, static_cast<int>(kAnswer.size()) - 13, name, text), nullptr);
+    EXPECT_EQ(Tarvik::Ares::display_question(q, kAnswer.data(), -5, name, text), nullptr);
     EXPECT_EQ(name + "|" + text, "unchanged|unchanged");
     const struct {
         std::string name;
@@ -239,7 +194,7 @@ TEST(AresDisplayQuestion, ReadsEachQuestionAndFailsOnEveryTruncationOrCorruption
         {"", 2, 1, ". IN NS"},                    {"A.Test", 41, 1, "A.Test IN OPT"},
     };
     for (const auto& c : named) {
-        const auto message = dns::cat({header, dns::question(c.name, c.type, c.dnsClass)});
+        const auto message = dns::cat({dns::header(1, 0, 1, 0), dns::question(c.name, c.type, c.dnsClass)});
         const int alen = static_cast<int>(message.size());
         EXPECT_EQ(Tarvik::Ares::display_question(message.data() + 12, message.data(), alen, name, text),
                   message.data() + alen);

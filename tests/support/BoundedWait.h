@@ -35,13 +35,9 @@ public:
         std::unique_lock<std::mutex> lock(m_mutex);
         return m_cond.wait_for(lock, in_limit, [this] { return m_bOpen; });
     }
-    bool isOpen() const {
-        std::lock_guard<std::mutex> guard(m_mutex);
-        return m_bOpen;
-    }
 
 private:
-    mutable std::mutex m_mutex;       // guards m_bOpen
+    std::mutex m_mutex;               // guards m_bOpen
     std::condition_variable m_cond;   // signalled when the gate opens
     bool m_bOpen = false;             // the gate was opened
 };

@@ -21,7 +21,6 @@ namespace dns {
 using Bytes = std::vector<uint8_t>;
 
 constexpr uint16_t TYPE_A = 1;
-constexpr uint16_t TYPE_NS = 2;
 constexpr uint16_t TYPE_CNAME = 5;
 constexpr uint16_t TYPE_SOA = 6;
 constexpr uint16_t TYPE_TXT = 16;
@@ -31,11 +30,8 @@ constexpr uint16_t TYPE_NAPTR = 35;
 constexpr uint16_t CLASS_IN = 1;
 
 constexpr uint16_t RCODE_NOERROR = 0;
-constexpr uint16_t RCODE_FORMERR = 1;
 constexpr uint16_t RCODE_SERVFAIL = 2;
 constexpr uint16_t RCODE_NXDOMAIN = 3;
-constexpr uint16_t RCODE_NOTIMP = 4;
-constexpr uint16_t RCODE_REFUSED = 5;
 
 // Header flags of an answer: QR (response), RD (recursion desired, echoed),
 // RA (recursion available), opcode QUERY; OR an rcode in.

@@ -80,11 +80,8 @@ bool LogCapture::contains(int in_iLevel, const std::string& in_text) const {
 }
 
 size_t LogCapture::count(const std::string& in_text) const {
-    size_t n = 0;
-    for (const LogRecord& record : records()) {
-        if (record.message == in_text) ++n;
-    }
-    return n;
+    const std::vector<LogRecord> all = records();
+    return std::count_if(all.begin(), all.end(), [&](const LogRecord& record) { return record.message == in_text; });
 }
 
 std::vector<std::string> LogCapture::assertions() const {

@@ -3,6 +3,7 @@
 // time-to-live, failures are recorded but never served, and a restart forgets everything.
 #include <netdb.h>
 
+#include <array>
 #include <sstream>
 
 #include "platform/ParameterInfoDB.h"
@@ -31,10 +32,7 @@ Hostent make(const std::vector<unsigned char>& in_lastBytes) {
     Hostent h;
     h.setName("www.example.test");
     h.setAddressTypeAndLength(AF_INET, 4);
-    for (unsigned char last : in_lastBytes) {
-        const unsigned char address[4] = {10, 0, 0, last};
-        h.addAddress(address);
-    }
+    for (unsigned char last : in_lastBytes) h.addAddress(std::array<unsigned char, 4>{10, 0, 0, last}.data());
     return h;
 }
 
@@ -53,7 +51,6 @@ protected:
         corvane_test::LibraryTest::TearDown();
         HostNameServer::setClockForTest(nullptr);
     }
-    // Starts with these cacheSuccess, cacheFailures and cacheFlushTimeoutMs values.
     static void start(const char* in_szSuccess, const char* in_szFailures, const char* in_szFlushMs = "10000") {
         set("corvane.net.HostNameServer.cacheSuccess", in_szSuccess);
         set("corvane.net.HostNameServer.cacheFailures", in_szFailures);
@@ -118,7 +115,6 @@ TEST_F(Resolver, StartChecksItsParameters) {
         const char* logged;  // at ERROR when the start fails, else at WARN ("" for none)
     } rows[] = {
         {"corvane.net.HostNameServer.numThread", "0", false, "corvane.net.HostNameServer.numThread must be >= 1"},
-        {"corvane.net.HostNameServer.numThread", "1", true, ""},
         {"corvane.net.HostNameServer.cacheFlushTimeoutMs", "0", true,
          "corvane.net.HostNameServer.cacheFlushTimeoutMs parameter must have a value > 0. Ignoring"},
         {"corvane.net.HostNameServer.cacheFlushTimeoutMs", "1", true, ""},
@@ -127,11 +123,10 @@ TEST_F(Resolver, StartChecksItsParameters) {
         SCOPED_TRACE(std::string(row.name) + "=" + row.value);
         set(row.name, row.value);
         corvane_test::LogCapture log;
-        const bool started = row.started;
-        EXPECT_EQ(Net::initializeLibrary(), started);
-        EXPECT_EQ(server().getTaskState() == Tarvik::Task::RUNNING, started);
-        EXPECT_EQ(log.count("Succesfully initialized Net library"), started ? 1u : 0u);
-        const int level = started ? Tarvik::WARN_LOG_LEVEL : Tarvik::ERROR_LOG_LEVEL;
+        EXPECT_EQ(Net::initializeLibrary(), row.started);
+        EXPECT_EQ(server().getTaskState() == Tarvik::Task::RUNNING, row.started);
+        EXPECT_EQ(log.count("Succesfully initialized Net library"), row.started ? 1u : 0u);
+        const int level = row.started ? Tarvik::WARN_LOG_LEVEL : Tarvik::ERROR_LOG_LEVEL;
         EXPECT_EQ(log.contains(level, *row.logged ? row.logged : "must"), *row.logged != '\0');
         Net::forcedCloseLibrary();
         Tarvik::GlobalConfig::getInstance().clear();
@@ -183,8 +178,7 @@ TEST_F(Resolver, ResolvesThroughTheSystemAndItsCache) {
     const struct {
         const char* name;
         bool useCache;
-        int hErrno;   // the system's failure; the mapping of every one is Hostent's
-        int lookups;  // after the call
+        int hErrno, lookups;  // the system's failure (whose mapping is Hostent's), the lookups after the call
     } rows[] = {{"10.2.3.4", true, 0, 3}, {"10.2.3.4", false, 0, 4}, {"gone.test", true, NO_DATA, 5},
                 {"gone.test", true, NO_DATA, 6}};
     for (const auto& row : rows) {
@@ -203,14 +197,12 @@ TEST_F(Resolver, CallbackIsToldOnceOfTheResultOrOfItsTimeOut) {
     const struct {
         const char* name;
         ACE_Time_Value timeout;
-        int delayMs;  // of the lookup
-        int results;  // else a time-out
+        int delayMs;  // of the lookup: then the zero time-out comes first
         const char* logged;
     } rows[] = {
-        {"10.5.0.1", ACE_Time_Value::max_time, 0, 1, "HostNameServer::getHostByName : hostname=10.5.0.1 timeout="},
-        {"10.5.0.2", ACE_Time_Value(0, 250000), 0, 1,
-         "HostNameServer::getHostByName : hostname=10.5.0.2 timeout=250ms"},
-        {"10.5.0.3", ACE_Time_Value::zero, 200, 0, "HostNameServer::getHostByName : hostname=10.5.0.3 timeout=0ms"},
+        {"10.5.0.1", ACE_Time_Value::max_time, 0, "HostNameServer::getHostByName : hostname=10.5.0.1 timeout="},
+        {"10.5.0.2", ACE_Time_Value(0, 250000), 0, "HostNameServer::getHostByName : hostname=10.5.0.2 timeout=250ms"},
+        {"10.5.0.3", ACE_Time_Value::zero, 200, "HostNameServer::getHostByName : hostname=10.5.0.3 timeout=0ms"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -222,7 +214,7 @@ TEST_F(Resolver, CallbackIsToldOnceOfTheResultOrOfItsTimeOut) {
         EXPECT_EQ(log.count("ENTER HostNameServer::getHostByName"), 1u);
         EXPECT_TRUE(log.contains(Tarvik::DEBUG_LOG_LEVEL, row.logged));
         expectAllDrained();  // a result reaches the client before the timer fires; the timer still frees the rest
-        EXPECT_EQ(heard.results.load(), row.results);
+        EXPECT_EQ(heard.results.load(), row.delayMs == 0 ? 1 : 0);
         EXPECT_EQ(heard.told() + heard.destroyed, 2);
         EXPECT_EQ(heard.name, row.name);
     }
@@ -272,9 +264,7 @@ TEST_F(Resolver, RefusedOrDroppedCallbackWorkIsToldOnce) {
 
 TEST_F(Resolver, CacheEntryLivesForItsTimeToLiveAndAFailureIsNeverServed) {
     const struct {
-        const char* success;  // the parameters
-        const char* failures;
-        const char* flushMs;
+        const char *success, *failures, *flushMs;  // the parameters
         Hostent::GetHostByNameStatus status;
         ACE_Time_Value ttl;
         const char* logged;  // "" when nothing is stored
@@ -344,9 +334,7 @@ TEST_F(Resolver, CacheEntriesAreReplacedKeptAsSpelledAndForgottenAtRestart) {
 TEST_F(Resolver, CacheEntryThatCannotBeReplacedStaysWholeAndStillExpires) {
     start("true", "false");
     store("a.test", Hostent::GHBN_SUCCESS, ACE_Time_Value(10));
-    Hostent second;
-    Hostent::GetHostByNameStatus status = Hostent::GHBN_OTHER_ERROR;
-    ASSERT_TRUE(second.getHostByName("10.0.0.2", status));
+    const Hostent second = make({2});
     corvane_test::LogCapture log(Tarvik::ERROR_LOG_LEVEL);
     Tarvik::setAllocationFaultForTest([](size_t) { return true; });
     HostNameServerPeer::updateCache(server(), "a.test", second, Hostent::GHBN_SUCCESS, ACE_Time_Value(60));
@@ -405,21 +393,13 @@ TEST(Hostent, RecordsAreDeepCopiesCountedUnderTheirAccount) {
         source = source;
         *pCopy = Hostent(source);
     }
+    pCopy->addAddress(nullptr);
+    pCopy->setName(nullptr);
+    EXPECT_FALSE(pCopy->getAddress(2, out)) << "an index equal to the count is refused without an assertion";
+    EXPECT_EQ(asserts.assertions(), (std::vector<std::string>{"in_pAddress != 0", "in_szHostname != 0"}));
     EXPECT_EQ(printed(*pCopy),
               "HOSTNAME : www.example.test\nADDRTYPE : 2\nADDRLENGTH : 4\n"
               "ADDRESS(ES) : \n\t10.0.0.1\n\t10.0.0.255");
-    EXPECT_FALSE(pCopy->getAddress(2, out)) << "an index equal to the count is refused without an assertion";
-    const unsigned char bytes6[6] = {1, 2, 3, 250, 0, 255};
-    pCopy->setAddressTypeAndLength(10, 6);
-    pCopy->addAddress(bytes6);
-    pCopy->addAddress(nullptr);
-    pCopy->setName(nullptr);
-    EXPECT_EQ(asserts.assertions(), (std::vector<std::string>{"in_pAddress != 0", "in_szHostname != 0"}));
-    EXPECT_TRUE(pCopy->getNumAddress() == 3 && pCopy->getAddress(2, out));
-    EXPECT_EQ(out, "1.2.3.250.0.255");
-    *pCopy = Hostent();
-    pCopy->addAddress(bytes6);  // before the length is known: an empty block
-    EXPECT_TRUE(pCopy->getAddress(0, out) && out.empty());
     delete pCopy;
     EXPECT_EQ(account.getLiveObjects(), objects);
 }
@@ -428,15 +408,13 @@ TEST(Hostent, PrimaryAndPreferredAddressesWalkDownFromTheLast) {
     const Hostent h = make({1, 2, 2, 3});
     const char* const kPrimary = "corvane.net.primaryIPAddress";
     const char* const rows[][2] = {{"", "10.0.0.1"}, {"10.0.0.3", "10.0.0.3"}, {"192.168.1.1", "10.0.0.1"}};
+    std::string out;
+    std::string error;
     for (const auto& row : rows) {  // the parameter (empty: unset), the address chosen
-        std::string out;
-        std::string error;
         if (*row[0] != '\0') Tarvik::GlobalConfig::getInstance().setValue(kPrimary, row[0], error);
-        EXPECT_TRUE(h.getPrimaryOrFirstAddress(out));
-        EXPECT_EQ(out, row[1]);
+        EXPECT_EQ(h.getPrimaryOrFirstAddress(out) ? out : "refused", row[1]);
         Tarvik::GlobalConfig::getInstance().clearValue(kPrimary);
     }
-    std::string out;
     EXPECT_TRUE(h.getPreferredAddressFirst(out, "nowhere") && out == "10.0.0.1");
     corvane_test::LogCapture log;
     EXPECT_TRUE(h.getPreferredAddressFirst(out, "10.0.0.2") && out == "10.0.0.2");

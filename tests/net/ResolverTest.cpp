@@ -60,9 +60,8 @@ protected:
     // Every object of a callback resolution is gone (bounded wait).
     static void expectAllDrained() {
         for (const char* account : {"AsynchGHBNCallbackContainer", "AsynchGHBNTimeoutProcessor",
-                                    "GetHostByNameCallbackProxy", "HostNameServer::GetHostByNameWork", "Hostent"}) {
+                                    "GetHostByNameCallbackProxy", "HostNameServer::GetHostByNameWork", "Hostent"})
             EXPECT_TRUE(drained(account)) << account << " " << live(account);
-        }
     }
     // The first address of a hit in the cache, "" for a miss.
     static std::string hit(const char* name) {
@@ -72,10 +71,10 @@ protected:
         if (!HostNameServerPeer::getHostentInCache(server(), name, h, status, usable)) return "";
         return usable ? addressesOf(h).at(0) : "unusable";
     }
+    // A success is the record of 10.0.0.last.
     static void store(const char* name, Hostent::GetHostByNameStatus status, ACE_Time_Value ttl = {},
-                      const char* address = "10.0.0.1") {
-        Hostent h;
-        if (status == Hostent::GHBN_SUCCESS) h.getHostByName(address, status);
+                      unsigned char last = 1) {
+        const Hostent h = status == Hostent::GHBN_SUCCESS ? make({last}) : Hostent();
         HostNameServerPeer::updateCache(server(), name, h, status, ttl);
     }
 };
@@ -107,7 +106,7 @@ TEST(LibraryParameters, AreRegisteredInOrderWithTheirDescriptions) {
     }
 }
 
-TEST_F(Resolver, StartChecksItsParameters) {
+TEST_F(Resolver, StartChecksItsParametersAndAStoppedResolverRefusesWithoutTouchingOutputs) {
     const struct {
         const char* name;
         const char* value;
@@ -123,11 +122,23 @@ TEST_F(Resolver, StartChecksItsParameters) {
         SCOPED_TRACE(std::string(row.name) + "=" + row.value);
         set(row.name, row.value);
         corvane_test::LogCapture log;
+        Hostent h;
+        Hostent::GetHostByNameStatus status = Hostent::GHBN_NO_DATA;
+        EXPECT_FALSE(server().resolve("127.0.0.1", h, status, kTwoSeconds, false));  // not started, or closed
+        EXPECT_EQ(status, Hostent::GHBN_NO_DATA);
+        EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, "StaticHostNameServer is not in the RUNNING state. "
+                                                          "Did you initialize the Net library?"));
         EXPECT_EQ(Net::initializeLibrary(), row.started);
         EXPECT_EQ(server().getTaskState() == Tarvik::Task::RUNNING, row.started);
         EXPECT_EQ(log.count("Succesfully initialized Net library"), row.started ? 1u : 0u);
         const int level = row.started ? Tarvik::WARN_LOG_LEVEL : Tarvik::ERROR_LOG_LEVEL;
         EXPECT_EQ(log.contains(level, *row.logged ? row.logged : "must"), *row.logged != '\0');
+        if (row.started) {  // with a second client, a forced close has nothing to wait for
+            ASSERT_TRUE(Net::initializeLibrary());
+            EXPECT_FALSE(Net::forcedCloseLibrary());
+            EXPECT_TRUE(server().resolve("127.0.0.1", h, status, kTwoSeconds, false));
+            EXPECT_TRUE(Net::closeLibrary() && server().waitUntilDone());
+        }
         Net::forcedCloseLibrary();
         Tarvik::GlobalConfig::getInstance().clear();
     }
@@ -135,22 +146,6 @@ TEST_F(Resolver, StartChecksItsParameters) {
     HostNameServer unconfigured;
     EXPECT_FALSE(unconfigured.configure(Tarvik::TSHandle<Tarvik::ROConfiguration>()));
     EXPECT_TRUE(asserts.asserted("! in_hConfig.isNull()"));
-}
-
-TEST_F(Resolver, StoppedResolverRefusesWithoutTouchingOutputsAndForcedCloseSaysIfItWaited) {
-    for (int round = 0; round < 2; ++round) {  // before the first start, then after a close
-        corvane_test::LogCapture log;
-        Hostent h;
-        Hostent::GetHostByNameStatus status = Hostent::GHBN_NO_DATA;
-        EXPECT_FALSE(server().resolve("127.0.0.1", h, status, kTwoSeconds, false));
-        EXPECT_EQ(status, Hostent::GHBN_NO_DATA);
-        EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, "StaticHostNameServer is not in the RUNNING state. "
-                                                          "Did you initialize the Net library?"));
-        ASSERT_TRUE(Net::initializeLibrary() && Net::initializeLibrary());  // two clients
-        EXPECT_FALSE(Net::forcedCloseLibrary()) << "another client still holds the resolver: nothing to wait for";
-        EXPECT_TRUE(server().resolve("127.0.0.1", h, status, kTwoSeconds, false));
-        EXPECT_TRUE(Net::closeLibrary() && server().waitUntilDone());
-    }
 }
 
 // A call is logged; a time-out leaves the output as it was while the late result is cached; the cache is used
@@ -226,7 +221,6 @@ TEST_F(Resolver, CallbackIsToldOnceOfTheResultOrOfItsTimeOut) {
     EXPECT_EQ(hook.lookups(), 3);
 }
 
-// Callback work that is refused, or dropped by a stop while queued, is still told once.
 TEST_F(Resolver, RefusedOrDroppedCallbackWorkIsToldOnce) {
     set("corvane.net.HostNameServer.numThread", "1");
     ASSERT_TRUE(Net::initializeLibrary());
@@ -271,9 +265,8 @@ TEST_F(Resolver, CacheEntryLivesForItsTimeToLiveAndAFailureIsNeverServed) {
         long servedUsec;     // served up to this age, gone a microsecond later; -1: never served
     } rows[] = {
         {"true", "false", "10000", Hostent::GHBN_SUCCESS, {},
-         "HostNameServer::cacheSuccess : cached HOSTNAME : 10.0.0.1\nADDRTYPE : 2\nADDRLENGTH : 4\n"
-         "ADDRESS(ES) : \n\t10.0.0.1 for host a.test (will expired in 10000ms)",
-         10000000},
+         "HostNameServer::cacheSuccess : cached HOSTNAME : www.example.test\nADDRTYPE : 2\nADDRLENGTH : 4\n"
+         "ADDRESS(ES) : \n\t10.0.0.1 for host a.test (will expired in 10000ms)", 10000000},
         {"true", "false", "10000", Hostent::GHBN_SUCCESS, ACE_Time_Value(1, 500000),
          "HostNameServer::cacheSuccess : using specified TTL 1500ms", 1500000},
         {"true", "false", "2500", Hostent::GHBN_SUCCESS, {},
@@ -298,10 +291,8 @@ TEST_F(Resolver, CacheEntryLivesForItsTimeToLiveAndAFailureIsNeverServed) {
         s_nowUsec += 1;
         log.clear();
         EXPECT_EQ(hit("a.test"), "");
-        const std::vector<std::string> flushed = {"flushing \"a.test\" from cache",
-                                                  "HostNameServer::getHostentInCache : cache miss"};
-        EXPECT_EQ(log.messages("corvane.net.HostNameServer"),
-                  *row.logged ? flushed : std::vector<std::string>{flushed[1]});
+        EXPECT_EQ(log.count("flushing \"a.test\" from cache"), *row.logged ? 1u : 0u);
+        EXPECT_EQ(log.count("HostNameServer::getHostentInCache : cache miss"), 1u);
         Net::forcedCloseLibrary();
     }
 }
@@ -310,7 +301,7 @@ TEST_F(Resolver, CacheEntriesAreReplacedKeptAsSpelledAndForgottenAtRestart) {
     start("true", "true");
     store("a.test", Hostent::GHBN_SUCCESS, ACE_Time_Value(1));
     s_nowUsec += 900000;
-    store("a.test", Hostent::GHBN_SUCCESS, ACE_Time_Value(1), "10.0.0.9");
+    store("a.test", Hostent::GHBN_SUCCESS, ACE_Time_Value(1), 9);
     s_nowUsec += 200000;  // past the first expiry, before the second
     EXPECT_EQ(hit("a.test") + "|" + hit("A.test"), "10.0.0.9|");
     store("a.test", Hostent::GHBN_NO_DATA);

@@ -1,6 +1,5 @@
-// The records of a resolution, the library's front door, its parameters, resolution through the operating
-// system's resolver (waiting with a time-out or with a callback), and its cache: successes live for their
-// time-to-live, failures are recorded but never served, and a restart forgets everything.
+// Host records, the library's parameters, resolution through the system's resolver (waiting or with a callback)
+// and its cache: successes live for their time-to-live, failures are never served, a restart forgets them all.
 #include <netdb.h>
 
 #include <array>
@@ -44,14 +43,12 @@ std::string printed(const Hostent& in_h) {
 
 class Resolver : public corvane_test::LibraryTest {
 protected:
-    void SetUp() override {
-        HostNameServer::setClockForTest([] { return ACE_Time_Value(s_nowUsec / 1000000, s_nowUsec % 1000000); });
-    }
     void TearDown() override {
         corvane_test::LibraryTest::TearDown();
         HostNameServer::setClockForTest(nullptr);
     }
     static void start(const char* in_szSuccess, const char* in_szFailures, const char* in_szFlushMs = "10000") {
+        HostNameServer::setClockForTest([] { return ACE_Time_Value(s_nowUsec / 1000000, s_nowUsec % 1000000); });
         set("corvane.net.HostNameServer.cacheSuccess", in_szSuccess);
         set("corvane.net.HostNameServer.cacheFailures", in_szFailures);
         set("corvane.net.HostNameServer.cacheFlushTimeoutMs", in_szFlushMs);
@@ -148,8 +145,7 @@ TEST_F(Resolver, StartChecksItsParametersAndAStoppedResolverRefusesWithoutTouchi
     EXPECT_TRUE(asserts.asserted("! in_hConfig.isNull()"));
 }
 
-// A call is logged; a time-out leaves the output as it was while the late result is cached; the cache is used
-// only when asked, and never for a failure.
+// A time-out leaves the output as it was while the late result is cached; a cached failure is never served.
 TEST_F(Resolver, ResolvesThroughTheSystemAndItsCache) {
     start("true", "true");
     corvane_test::HostLookupHook hook;
@@ -157,9 +153,8 @@ TEST_F(Resolver, ResolvesThroughTheSystemAndItsCache) {
     Hostent::GetHostByNameStatus status = Hostent::GHBN_SUCCESS;
     corvane_test::LogCapture log;
     ASSERT_TRUE(server().resolve("10.2.3.1", h, status, ACE_Time_Value(1, 500000), false));
-    EXPECT_EQ(log.count("HostNameServer::getHostByName : HostNameServer::getHostByName hostname=10.2.3.1 "
-                        "timeout=1500ms"),
-              1u);
+    EXPECT_EQ(1u, log.count("HostNameServer::getHostByName : HostNameServer::getHostByName hostname=10.2.3.1 "
+                            "timeout=1500ms"));
     EXPECT_TRUE(log.contains(Tarvik::DEBUG_LOG_LEVEL, "GetHostByNameWork::doWork : hostname = 10.2.3.1"));
     EXPECT_TRUE(log.contains(Tarvik::DEBUG_LOG_LEVEL, "GetHostByNameWork::doWork : Hostent = HOSTNAME : 10.2.3.1"));
     hook.setDelay(300ms);
@@ -184,8 +179,7 @@ TEST_F(Resolver, ResolvesThroughTheSystemAndItsCache) {
     }
 }
 
-// Resolution with a callback: every client is told exactly once, of a result or of its time-out, and its
-// callback is destroyed after that.
+// Every client is told exactly once, of a result or of its time-out, and its callback is destroyed after that.
 TEST_F(Resolver, CallbackIsToldOnceOfTheResultOrOfItsTimeOut) {
     start("true", "false");
     corvane_test::HostLookupHook hook;
@@ -239,7 +233,6 @@ TEST_F(Resolver, RefusedOrDroppedCallbackWorkIsToldOnce) {
     hook.setBlocking();
     std::vector<Heard> heard(8);
     for (size_t i = 0; i < heard.size(); ++i) {
-        // With a timer the client hears of its time-out, without one of a failure.
         const ACE_Time_Value timeout = i % 2 ? ACE_Time_Value(30) : ACE_Time_Value::max_time;
         server().resolve(("10.5.1." + std::to_string(i)).c_str(), new Recorder(heard[i]), timeout, false);
     }
@@ -251,7 +244,7 @@ TEST_F(Resolver, RefusedOrDroppedCallbackWorkIsToldOnce) {
     releaser.join();
     for (size_t i = 0; i < heard.size(); ++i) {
         EXPECT_EQ(heard[i].told() + heard[i].destroyed, 2) << i;
-        EXPECT_EQ(heard[i].timeouts.load(), static_cast<int>(i % 2)) << i;  // the first ran, the others dropped
+        EXPECT_EQ(heard[i].timeouts.load(), static_cast<int>(i % 2)) << i;  // else it hears of a failure
     }
     expectAllDrained();
 }
@@ -307,13 +300,11 @@ TEST_F(Resolver, CacheEntriesAreReplacedKeptAsSpelledAndForgottenAtRestart) {
     store("a.test", Hostent::GHBN_NO_DATA);
     EXPECT_EQ(HostNameServerPeer::cacheSize(server()), 1u) << "the failure replaced the success";
     EXPECT_EQ(hit("a.test"), "");
-
     corvane_test::LogCapture asserts;
     HostNameServerPeer::updateCache(server(), "empty.test", Hostent(), Hostent::GHBN_SUCCESS, {});
     HostNameServerPeer::updateCacheFailure(server(), "other.test", Hostent::GHBN_SUCCESS);
     EXPECT_EQ(asserts.assertions(), std::vector<std::string>(2, "in_ghbnStatus != Hostent::GHBN_SUCCESS"));
     EXPECT_EQ(HostNameServerPeer::cacheSize(server()), 0u);
-
     store("c.test", Hostent::GHBN_SUCCESS);
     ASSERT_TRUE(Net::forcedCloseLibrary());
     corvane_test::LogCapture log;
@@ -352,9 +343,8 @@ TEST(Hostent, StatusTextsNameEveryValueAndUnknownOnes) {
 // splitting one from its port (which keeps its colon) agree with the pattern; 999.1 and 1.2.3.4.5 match it.
 TEST(Hostent, DottedAddressIsRecognisedAndSplitFromItsPort) {
     std::vector<std::string> texts = {"10.0.0.1:5060", "999.1", "1.2.3.4.5", "host:5060", "10.0.0.1:50a", ""};
-    for (size_t i = texts.size() - 1; i < texts.size() && texts[i].size() < 6; ++i) {
+    for (size_t i = texts.size() - 1; i < texts.size() && texts[i].size() < 6; ++i)
         for (char c : std::string("1.:a\n")) texts.push_back(texts[i] + c);
-    }
     const Tarvik::BoostRegex pattern = Hostent::getDottedIPRegexp();
     EXPECT_TRUE(pattern.match("10.0.0.1:5060") && pattern.match("999.1") && pattern.match("1.2.3.4.5"));
     for (const std::string& text : texts) {

@@ -326,10 +326,10 @@ TEST_F(Resolver, CacheEntryThatCannotBeReplacedStaysWholeAndStillExpires) {
 
 // The statuses of a system's failure are named with the one-shot resolution.
 TEST(Hostent, StatusTextsNameEveryValueAndUnknownOnes) {
-    const std::pair<int, const char*> rows[] = {{-1, "???"}, {1, "GHBN_TIMEOUT"}, {3, "GHBN_NO_ADDRESS"}, {8, "???"}};
-    for (const auto& [value, text] : rows) {
+    const std::pair<int, const char*> rows[] = {
+        {-1, "???"}, {1, "GHBN_TIMEOUT"}, {3, "GHBN_NO_ADDRESS"}, {8, "???"}};
+    for (const auto& [value, text] : rows)
         EXPECT_STREQ(Hostent::getGetHostByNameStatusString(static_cast<Hostent::GetHostByNameStatus>(value)), text);
-    }
 }
 
 // Every text over a small alphabet up to length 6, and a few others: recognising a whole dotted address and
@@ -350,7 +350,6 @@ TEST(Hostent, DottedAddressIsRecognisedAndSplitFromItsPort) {
     }
 }
 
-// The walks for a primary or preferred address go down from the last address.
 TEST(Hostent, RecordsAreDeepCopiesCountedUnderTheirAccountAndWalkedForAPrimaryOrPreferredAddress) {
     EXPECT_STREQ(Hostent::getMemAccountName(), "Hostent");
     Tarvik::MemAccount& account = Tarvik::MemAccount::get("Hostent");
@@ -393,8 +392,7 @@ TEST(Hostent, RecordsAreDeepCopiesCountedUnderTheirAccountAndWalkedForAPrimaryOr
 }
 
 TEST(Hostent, OneShotResolutionCopiesTheSystemRecordOrMapsItsFailure) {
-    char name[] = "h";
-    char alias[] = "a1";
+    char name[] = "h", alias[] = "a1";
     char* aliases[] = {alias, alias, nullptr};
     unsigned char address[] = {10, 1, 2, 3};
     char* addresses[] = {reinterpret_cast<char*>(address), nullptr};

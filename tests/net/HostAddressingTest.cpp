@@ -6,9 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <atomic>
 #include <cstdlib>
-#include <cstring>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -27,19 +25,16 @@
 
 namespace {
 
-const char* const kInnerRunVariable = "CORVANE_NETNS_RUN";
-
-bool isNamespaceRun() { return std::getenv(kInnerRunVariable) != nullptr; }
+bool isNamespaceRun() { return std::getenv("CORVANE_NETNS_RUN") != nullptr; }
 
 // Builds a namespace of the test's own with "ip -n NAME <command>" per command, re-runs the current test in
 // a fresh process inside and expects it to pass; skips without root. There the host's interfaces, routes and
 // cached address list are the namespace's, and names looked up go to its own (unserved) loopback address.
 void rerunInOwnNamespace(const std::vector<std::string>& in_ipCommands) {
     if (geteuid() != 0 || corvane_test::findProgram("ip").empty()) GTEST_SKIP() << "needs root and iproute2";
-    static std::atomic<int> s_counter{0};
-    const std::string name = "corvane-" + std::to_string(getpid()) + "-" + std::to_string(++s_counter);
-    const std::string etc = "/etc/netns/" + name;  // its files are mounted over /etc inside
     const testing::TestInfo& test = *testing::UnitTest::GetInstance()->current_test_info();
+    const std::string name = "corvane-" + std::to_string(getpid()) + "-" + std::to_string(test.line());
+    const std::string etc = "/etc/netns/" + name;  // its files are mounted over /etc inside
     std::string script = "ip netns add " + name + " && mkdir -p " + etc + " && echo nameserver 127.0.0.1 >" + etc +
                          "/resolv.conf";
     for (const std::string& command : in_ipCommands) script += " && ip -n " + name + " " + command;
@@ -47,7 +42,7 @@ void rerunInOwnNamespace(const std::vector<std::string>& in_ipCommands) {
               test.test_suite_name() + "." + test.name() + "; status=$?; rm -rf " + etc + "; ip netns delete " +
               name + "; exit $status";
     const corvane_test::SubprocessResult inner =
-        corvane_test::runSubprocess({"sh", "-c", script}, {{kInnerRunVariable, "1"}}, 60000);
+        corvane_test::runSubprocess({"sh", "-c", script}, {{"CORVANE_NETNS_RUN", "1"}}, 60000);
     EXPECT_TRUE(inner.status == 0 && inner.out.find("[  PASSED  ] 1 test.") != std::string::npos &&
                 inner.out.find("[  SKIPPED ]") == std::string::npos)
         << script << "\n" << inner.out << inner.err;
@@ -168,27 +163,26 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(HostName, FullyQualifiedNameJoinsTheHostNameAndTheResolverDomain) {
     if (!isNamespaceRun()) return rerunInOwnNamespace({});
     ASSERT_EQ(unshare(CLONE_NEWUTS), 0);
+    ASSERT_EQ(sethostname("box", 3), 0);
     const std::string failed = "DnsQueryConfig() failed status=0x";
     const std::string member = ") - probably failing because localhost is not member of a domain";
     const struct {
-        const char* hostname;
         std::string resolvConf;
         std::string fqdn;
         std::string debug;  // the DEBUG message, or empty
     } rows[] = {
-        {"box", "nameserver 127.0.0.1\ndomain corvane.test\n", "box.corvane.test", ""},
-        {"box", "nameserver 127.0.0.1\n", "box", failed + "3d (size=0" + member},
+        {"nameserver 127.0.0.1\ndomain corvane.test\n", "box.corvane.test", ""},
+        {"nameserver 127.0.0.1\n", "box", failed + "3d (size=0" + member},
         // "box." and the domain and a NUL: 0x451 bytes, more than the 1024 a name may have.
-        {"box", "domain " + std::string(1100, 'd'), "box", failed + "22 (size=451" + member},
+        {"domain " + std::string(1100, 'd'), "box", failed + "22 (size=451" + member},
     };
     for (const auto& row : rows) {
-        ASSERT_EQ(sethostname(row.hostname, std::strlen(row.hostname)), 0);
         const corvane_test::TempFile file(row.resolvConf);
         Tarvik::Net::setResolverConfigPathForTest(file.path());
         corvane_test::LogCapture logs;
         std::string hostname, fqdn = "unchanged";
         EXPECT_TRUE(Tarvik::getHostname(hostname) && Tarvik::getFqdnHostname(fqdn));
-        EXPECT_EQ(hostname + " " + fqdn, row.hostname + (" " + row.fqdn));
+        EXPECT_EQ(hostname + " " + fqdn, "box " + row.fqdn);
         EXPECT_EQ(logs.messages(kLogger), oneOrNone(row.debug));
     }
 }
@@ -378,9 +372,7 @@ TEST(Canonicalize, FillsTheSipPortAndPutsTheAddressInPlaceOfTheHost) {
     corvane_test::HostLookupHook hook;  // the resolver's lookups
     hook.setDelay(std::chrono::milliseconds(100));
     const std::string self = testing::PrintToString(static_cast<const void*>(&uri));
-    const std::string unknownProtocol = "Uri \"" + self + "\" could not be canonicalized: unknown protocol";
-    const ACE_Time_Value direct = ACE_Time_Value::max_time;
-    const ACE_Time_Value twoSeconds(2);
+    const ACE_Time_Value direct = ACE_Time_Value::max_time, twoSeconds(2);
     const struct {
         Uri in;
         ACE_Time_Value timeout;
@@ -388,7 +380,8 @@ TEST(Canonicalize, FillsTheSipPortAndPutsTheAddressInPlaceOfTheHost) {
         std::string log;  // the last message, empty on success
     } rows[] = {
         {make("sip", "alice", "127.0.0.1", ""), direct, "sip:alice@127.0.0.1:5060", ""},
-        {make("SIP", "", "127.0.0.1", ""), direct, "SIP:127.0.0.1", unknownProtocol},
+        {make("SIP", "", "127.0.0.1", ""), direct, "SIP:127.0.0.1",
+         "Uri \"" + self + "\" could not be canonicalized: unknown protocol"},
         {make("sip", "", "nowhere.test", ""), direct, "sip:nowhere.test", "Unknown host: \"nowhere.test\""},
         {make("sip", "a", "localhost", ""), twoSeconds, "sip:a@127.0.0.1:5060", ""},
         {make("xmpp", "", "localhost", "5222"), twoSeconds, "xmpp:127.0.0.1:5222", ""},

@@ -49,7 +49,6 @@ void rerunInOwnNamespace(const std::vector<std::string>& in_ipCommands) {
 }
 
 const char* const kLogger = "corvane.net.HostIPAddress";
-
 std::vector<std::string> dotted(const std::vector<ACE_INET_Addr>& in_addresses) {
     std::vector<std::string> out;
     char buffer[INET6_ADDRSTRLEN];
@@ -62,7 +61,6 @@ std::vector<std::string> oneOrNone(const std::string& in_strMessage) {
 }
 
 using Tarvik::Uri;
-
 Uri make(const char* in_szScheme, const char* in_szUser, const char* in_szHost, const char* in_szPort) {
     Uri uri;
     uri.setScheme(in_szScheme);
@@ -82,7 +80,6 @@ Node node(const char* in_szName, size_t in_uiFirst, size_t in_uiLast, Node in_pF
 }
 
 struct AddressRow {
-    const char* name;
     std::vector<std::string> addresses;   // the host's IPv4 addresses, in interface order
     const char* configured;               // "corvane.net.primaryIPAddress", or null
     std::vector<std::string> noLoopback;  // getHostIPAddressNoLoopback; a WARN names the first of two or more
@@ -143,21 +140,17 @@ const std::string kSet = " Solution : set the corvane.net.primaryIPAddress param
 
 // Only the first loopback entry goes, wherever it is; three addresses are too many even when one of them is
 // the loopback address. A configured value wins, even when it is no address of this host.
-INSTANTIATE_TEST_SUITE_P(
-    Cases, HostAddressRules,
-    testing::Values(
-        AddressRow{"NoAddress", {}, nullptr, {}, "", "host has no ip address!"},
-        AddressRow{"OnlyLoopback", {"127.0.0.1"}, nullptr, {}, "127.0.0.1", ""},
-        AddressRow{"AddressThenLoopback", {"10.1.2.3", "127.0.0.1"}, nullptr, {"10.1.2.3"}, "10.1.2.3", ""},
-        AddressRow{"TwoAddresses", {"10.1.2.3", "10.1.2.4"}, nullptr, {"10.1.2.3", "10.1.2.4"}, "",
-                   "Host has 2 IP addresses." + kSet},
-        AddressRow{"AddressLoopbackAddress", {"10.1.2.4", "127.0.0.1", "10.1.2.3"}, nullptr,
-                   {"10.1.2.4", "10.1.2.3"}, "", "Host has more than one IP address." + kSet},
-        AddressRow{"ConfiguredForeignAddress", {"10.1.2.3", "10.1.2.4"}, "192.0.2.200",
-                   {"10.1.2.3", "10.1.2.4"}, "192.0.2.200", ""},
-        AddressRow{"ConfiguredUnresolvable", {"127.0.0.1", "10.1.2.3"}, "no-such-host.invalid", {"10.1.2.3"},
-                   "", "ACE_INET_Addr::set failed on no-such-host.invalid"}),
-    [](const testing::TestParamInfo<AddressRow>& in_info) { return in_info.param.name; });
+INSTANTIATE_TEST_SUITE_P(Cases, HostAddressRules, testing::ValuesIn(std::vector<AddressRow>{
+    {{}, nullptr, {}, "", "host has no ip address!"},
+    {{"127.0.0.1"}, nullptr, {}, "127.0.0.1", ""},
+    {{"10.1.2.3", "127.0.0.1"}, nullptr, {"10.1.2.3"}, "10.1.2.3", ""},
+    {{"10.1.2.3", "10.1.2.4"}, nullptr, {"10.1.2.3", "10.1.2.4"}, "", "Host has 2 IP addresses." + kSet},
+    {{"10.1.2.4", "127.0.0.1", "10.1.2.3"}, nullptr, {"10.1.2.4", "10.1.2.3"}, "",
+     "Host has more than one IP address." + kSet},
+    {{"10.1.2.3", "10.1.2.4"}, "192.0.2.200", {"10.1.2.3", "10.1.2.4"}, "192.0.2.200", ""},
+    {{"127.0.0.1", "10.1.2.3"}, "no-such-host.invalid", {"10.1.2.3"}, "",
+     "ACE_INET_Addr::set failed on no-such-host.invalid"},
+}));
 
 // In a namespace process of its own, whose host name need not be given back.
 TEST(HostName, FullyQualifiedNameJoinsTheHostNameAndTheResolverDomain) {
@@ -311,7 +304,7 @@ TEST(PortHunt, BindsTheFirstFreePortFromTheStartThenWrapsAround) {
     }
 }
 
-TEST(Uri, InitFromUrlTextTakesSipUrlsOnly) {
+TEST(Uri, IsFilledFromSipUrlTextOrFromTheNamedNodesOfAParseTree) {
     const Uri start = make("sip", "alice", "10.0.0.1", "5060");
     const std::string failed = "Uri::initFrom : failed to convert (";
     const struct {
@@ -339,11 +332,8 @@ TEST(Uri, InitFromUrlTextTakesSipUrlsOnly) {
     std::ostringstream listing;
     for (int i = 0; i < 2; ++i, cleared.clear()) cleared.dump(listing);
     EXPECT_EQ(listing.str(), "scheme=tel\nuser=bob\nhost=h\nport=1\nscheme=\nuser=\nhost=\nport=\n");
-}
-
-TEST(Uri, TreeWalkFillsNamedNodesFromTheirTokens) {
+    // From a parse tree: a label wins over the rule's name; nodes below a named node are not visited.
     const Tarvik::StringVector tokens = {"sip", ":", "host", ".", "org", ":", "5060", "bob"};
-    // A label wins over the rule's name; nodes below a named node are not visited.
     const auto host = node("HostRule", 2, 4, node("Port", 7, 7), {}, "Host");
     Uri uri = make("x", "stale-user", "x", "x");
     const auto scheme = node("Scheme", 0, 0);
@@ -371,7 +361,6 @@ TEST(Canonicalize, FillsTheSipPortAndPutsTheAddressInPlaceOfTheHost) {
     ASSERT_TRUE(Tarvik::Net::initializeLibrary());
     corvane_test::HostLookupHook hook;  // the resolver's lookups
     hook.setDelay(std::chrono::milliseconds(100));
-    const std::string self = testing::PrintToString(static_cast<const void*>(&uri));
     const ACE_Time_Value direct = ACE_Time_Value::max_time, twoSeconds(2);
     const struct {
         Uri in;
@@ -380,8 +369,8 @@ TEST(Canonicalize, FillsTheSipPortAndPutsTheAddressInPlaceOfTheHost) {
         std::string log;  // the last message, empty on success
     } rows[] = {
         {make("sip", "alice", "127.0.0.1", ""), direct, "sip:alice@127.0.0.1:5060", ""},
-        {make("SIP", "", "127.0.0.1", ""), direct, "SIP:127.0.0.1",
-         "Uri \"" + self + "\" could not be canonicalized: unknown protocol"},
+        {make("SIP", "", "127.0.0.1", ""), direct, "SIP:127.0.0.1", "Uri \"" +
+         testing::PrintToString(static_cast<const void*>(&uri)) + "\" could not be canonicalized: unknown protocol"},
         {make("sip", "", "nowhere.test", ""), direct, "sip:nowhere.test", "Unknown host: \"nowhere.test\""},
         {make("sip", "a", "localhost", ""), twoSeconds, "sip:a@127.0.0.1:5060", ""},
         {make("xmpp", "", "localhost", "5222"), twoSeconds, "xmpp:127.0.0.1:5222", ""},

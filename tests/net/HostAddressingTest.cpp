@@ -141,10 +141,9 @@ INSTANTIATE_TEST_SUITE_P(Cases, HostAddressRules, testing::ValuesIn(std::vector<
      "ACE_INET_Addr::set failed on no-such-host.invalid"},
 }));
 
-// In a namespace process of its own, whose host name need not be given back.
 TEST(HostName, FullyQualifiedNameJoinsTheHostNameAndTheResolverDomain) {
     if (!isNamespaceRun()) return rerunInOwnNamespace({});
-    ASSERT_EQ(unshare(CLONE_NEWUTS), 0);
+    ASSERT_EQ(unshare(CLONE_NEWUTS), 0);  // a host name of this process's own, never given back
     ASSERT_EQ(sethostname("box", 3), 0);
     const std::string failed = "DnsQueryConfig() failed status=0x";
     const std::string member = ") - probably failing because localhost is not member of a domain";

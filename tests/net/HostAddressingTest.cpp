@@ -27,11 +27,11 @@ namespace {
 
 bool isNamespaceRun() { return std::getenv("CORVANE_NETNS_RUN") != nullptr; }
 
-// Builds a namespace of the test's own with "ip -n NAME <command>" per command, re-runs the current test in
-// a fresh process inside and expects it to pass; skips without root. There the host's interfaces, routes and
-// cached address list are the namespace's, and names looked up go to its own (unserved) loopback address: the
-// files of /etc/netns/NAME are mounted over /etc inside.
-void rerunInOwnNamespace(const std::vector<std::string>& in_ipCommands) {
+// Builds a namespace of the test's own with "ip -n NAME <command>" per command, re-runs the current test (for a
+// table row) in a fresh process inside and expects it to pass; skips without root. There the host's interfaces,
+// routes and cached address list are the namespace's, and names looked up go to its own (unserved) loopback
+// address: the files of /etc/netns/NAME are mounted over /etc inside.
+void rerunInOwnNamespace(const std::vector<std::string>& in_ipCommands, size_t in_uiRow = 0) {
     if (geteuid() != 0 || corvane_test::findProgram("ip").empty()) GTEST_SKIP() << "needs root and iproute2";
     const testing::TestInfo& test = *testing::UnitTest::GetInstance()->current_test_info();
     std::string script = "n=corvane-$$; e=/etc/netns/$n; ip netns add $n && mkdir -p $e && "
@@ -40,7 +40,7 @@ void rerunInOwnNamespace(const std::vector<std::string>& in_ipCommands) {
     script += " && ip netns exec $n " + corvane_test::selfExecutable() + " --gtest_filter=" + test.test_suite_name() +
               "." + test.name() + "; status=$?; rm -rf $e; ip netns delete $n; exit $status";
     const corvane_test::SubprocessResult inner =
-        corvane_test::runSubprocess({"sh", "-c", script}, {{"CORVANE_NETNS_RUN", "1"}}, 60000);
+        corvane_test::runSubprocess({"sh", "-c", script}, {{"CORVANE_NETNS_RUN", std::to_string(in_uiRow)}}, 60000);
     EXPECT_TRUE(inner.status == 0 && inner.out.find("[  PASSED  ] 1 test.") != std::string::npos)  // not skipped
         << script << "\n" << inner.out << inner.err;
 }
@@ -74,29 +74,40 @@ Node node(const char* in_szName, size_t in_uiFirst, size_t in_uiLast, Node in_pF
     return Node(new Tarvik::PCFParse<Tarvik::CFRule>{label, rule, in_pFirst, in_pSecond, in_uiFirst, in_uiLast});
 }
 
-struct AddressRow {
-    std::vector<std::string> addresses;   // the host's IPv4 addresses, in interface order
-    const char* configured;               // "corvane.net.primaryIPAddress", or null
-    std::vector<std::string> noLoopback;  // getHostIPAddressNoLoopback; a WARN names the first of two or more
-    std::string primary;                  // getPrimaryIPAddress, or empty when it fails
-    std::string error;                    // its ERROR message when it fails
-};
-
-class HostAddressRules : public testing::TestWithParam<AddressRow> {};
-
-TEST_P(HostAddressRules, HoldOnAHostWithTheseInterfaces) {
-    const AddressRow& row = GetParam();
-    if (!isNamespaceRun()) {
+// Only the first loopback entry goes, wherever it is; three addresses are too many even when one of them is
+// the loopback address. A configured value is taken as it is, without a look at the host's addresses.
+TEST(HostAddress, RulesHoldOnAHostWithTheseInterfaces) {
+    const std::string set = " Solution : set the corvane.net.primaryIPAddress parameter";
+    const struct {
+        std::vector<std::string> addresses;   // the host's IPv4 addresses, in interface order
+        const char* configured;               // "corvane.net.primaryIPAddress", or null
+        std::vector<std::string> noLoopback;  // getHostIPAddressNoLoopback; a WARN names the first of two or more
+        std::string primary;                  // getPrimaryIPAddress, or empty when it fails
+        std::string error;                    // its ERROR message when it fails
+    } rows[] = {
+        {{}, nullptr, {}, "", "host has no ip address!"},
+        {{"127.0.0.1"}, nullptr, {}, "127.0.0.1", ""},
+        {{"10.1.2.3", "127.0.0.1"}, nullptr, {"10.1.2.3"}, "10.1.2.3", ""},
+        {{"10.1.2.3", "10.1.2.4"}, nullptr, {"10.1.2.3", "10.1.2.4"}, "", "Host has 2 IP addresses." + set},
+        {{"10.1.2.4", "127.0.0.1", "10.1.2.3"}, nullptr, {"10.1.2.4", "10.1.2.3"}, "",
+         "Host has more than one IP address." + set},
+        {{"127.0.0.1", "10.1.2.3"}, "no-such-host.invalid", {"10.1.2.3"}, "",
+         "ACE_INET_Addr::set failed on no-such-host.invalid"},
+    };
+    for (size_t r = 0; !isNamespaceRun() && r < std::size(rows); ++r) {
         // A link per address, or the loopback link (with ::1, which the list leaves out) for a first 127.0.0.1.
         std::vector<std::string> commands;
-        for (size_t i = 0; i < row.addresses.size(); ++i) {
-            const std::string link = i == 0 && row.addresses[i] == "127.0.0.1" ? "lo" : "c" + std::to_string(i);
+        for (size_t i = 0; i < rows[r].addresses.size(); ++i) {
+            const std::string& address = rows[r].addresses[i];
+            const std::string link = i == 0 && address == "127.0.0.1" ? "lo" : "c" + std::to_string(i);
             if (link != "lo") commands.push_back("link add " + link + " type veth peer name p" + std::to_string(i));
-            if (link != "lo") commands.push_back("addr add " + row.addresses[i] + "/24 dev " + link);
+            if (link != "lo") commands.push_back("addr add " + address + "/24 dev " + link);
             commands.push_back("link set " + link + " up");
         }
-        return rerunInOwnNamespace(commands);
+        rerunInOwnNamespace(commands, r);
     }
+    if (!isNamespaceRun()) return;
+    const auto& row = rows[std::stoul(std::getenv("CORVANE_NETNS_RUN"))];
     std::string hostname;
     ASSERT_TRUE(Tarvik::getHostname(hostname));
     const std::vector<ACE_INET_Addr>& cached = Tarvik::getHostIPAddress();  // filled once, here
@@ -126,20 +137,6 @@ TEST_P(HostAddressRules, HoldOnAHostWithTheseInterfaces) {
     EXPECT_TRUE(addresses.empty());
     EXPECT_EQ(logs.assertions(), oneOrNone("Not implemented : getHostIPAddress with a non-null hostname"));
 }
-
-const std::string kSet = " Solution : set the corvane.net.primaryIPAddress parameter";
-// Only the first loopback entry goes, wherever it is; three addresses are too many even when one of them is
-// the loopback address. A configured value is taken as it is, without a look at the host's addresses.
-INSTANTIATE_TEST_SUITE_P(Cases, HostAddressRules, testing::ValuesIn(std::vector<AddressRow>{
-    {{}, nullptr, {}, "", "host has no ip address!"},
-    {{"127.0.0.1"}, nullptr, {}, "127.0.0.1", ""},
-    {{"10.1.2.3", "127.0.0.1"}, nullptr, {"10.1.2.3"}, "10.1.2.3", ""},
-    {{"10.1.2.3", "10.1.2.4"}, nullptr, {"10.1.2.3", "10.1.2.4"}, "", "Host has 2 IP addresses." + kSet},
-    {{"10.1.2.4", "127.0.0.1", "10.1.2.3"}, nullptr, {"10.1.2.4", "10.1.2.3"}, "",
-     "Host has more than one IP address." + kSet},
-    {{"127.0.0.1", "10.1.2.3"}, "no-such-host.invalid", {"10.1.2.3"}, "",
-     "ACE_INET_Addr::set failed on no-such-host.invalid"},
-}));
 
 TEST(HostName, FullyQualifiedNameJoinsTheHostNameAndTheResolverDomain) {
     if (!isNamespaceRun()) return rerunInOwnNamespace({});
@@ -192,7 +189,7 @@ TEST(IPAddress, ReadsExactlyTheWrittenFormsWithAnOptionalPort) {
 
 TEST(Interface, DestinationsAreReachedThroughTheirLinksAndDescribed) {
     if (!isNamespaceRun()) {
-        // c0 has two addresses and no IPv6 address; t0 is a point-to-point link.
+        // c0 has two addresses and no IPv6 address; t0 is a point-to-point link, its line shows its address twice.
         return rerunInOwnNamespace({"link add c0 type veth peer name p0", "link set c0 address 02:00:00:00:00:01",
                                     "link set c0 addrgenmode none", "addr add 10.1.2.3/24 dev c0",
                                     "addr add 10.1.3.3/24 dev c0", "link set c0 up", "tuntap add dev t0 mode tun",
@@ -204,15 +201,13 @@ TEST(Interface, DestinationsAreReachedThroughTheirLinksAndDescribed) {
     const std::string invalid = "ASSERTION FAILED: m_bValid";
     const struct {
         const char* destination;
-        const char* address;  // getIPAdress, or null when the lookup fails
+        const char* address;  // getIPAdress: the link's address towards it, or null when the lookup fails
         std::string text;     // write when it succeeds
         std::vector<std::string> logged = {};  // the log messages and assertion reports
     } steps[] = {
         {nullptr, nullptr, "", {"ASSERTION FAILED: in_szDestination != nullptr", invalid}},
         {"10.1.2.77", "10.1.2.3", c0},
-        // The entry's address is the link's address towards the destination.
         {"10.1.3.9", "10.1.3.3", std::string(c0).replace(c0.find("2.3"), 1, "3")},
-        // A point-to-point link: its line shows the link's own address twice.
         {"10.5.0.2", "10.5.0.1",
          "t0: flags=0x2d<UP,POINTOPOINT,NOARP,MULTICAST> mtu 1500\n\tinet 10.5.0.1 --> 10.5.0.1\n"},
         {"10.99.0.1", nullptr, "", {"Interface::getForDestination : intf_get_dst failed on 10.99.0.1", invalid}},
@@ -245,7 +240,6 @@ TEST(PortHunt, BindsTheFirstFreePortFromTheStartThenWrapsAround) {
         int found;              // the port bound, or -1
         const char* assertion;  // raised by a broken range, or empty
     } rows[] = {
-        {any, 30000, 30010, 30005, "xxx..xxxxxx", 30003, ""},
         {any, 30002, 30010, 1, "xxx.xxxxx.x", 30003, ""},  // a start below the range begins at its minimum
         {any, 30000, 30008, 40000, "xxxxxxxxx..", -1, ""},  // free ports above the range are not tried
         {any, 0, 10, 5, "", -1, "in_iMinPort > 0"},
@@ -352,10 +346,7 @@ TEST(Canonicalize, FillsTheSipPortAndPutsTheAddressInPlaceOfTheHost) {
         {make("sip", "", "nowhere.test", ""), direct, "sip:nowhere.test", "Unknown host: \"nowhere.test\""},
         {make("sip", "a", "localhost", ""), twoSeconds, "sip:a@127.0.0.1:5060", ""},
         {make("xmpp", "", "localhost", ""), twoSeconds, "xmpp:localhost", "canonicalizeSipPort failed"},
-        {make("sip", "", "gone.test", ""), twoSeconds, "sip:gone.test",
-         "server.resolve() failed : GHBN_HOST_NOT_FOUND"},
-        // A time-out keeps a port filled before.
-        {make("sip", "", "slow.test", "5060"), ACE_Time_Value(0, 10000), "sip:slow.test:5060",
+        {make("sip", "", "slow.test", "5060"), ACE_Time_Value(0, 10000), "sip:slow.test:5060",  // port kept
          "server.resolve() failed : GHBN_TIMEOUT"},
     };
     for (const auto& row : rows) {

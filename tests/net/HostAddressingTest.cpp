@@ -51,7 +51,6 @@ std::vector<std::string> dotted(const std::vector<ACE_INET_Addr>& in_addresses) 
     for (const auto& address : in_addresses) out.push_back(address.get_host_addr());
     return out;
 }
-
 std::vector<std::string> oneOrNone(const std::string& in_strMessage) {
     return std::vector<std::string>(in_strMessage.empty() ? 0 : 1, in_strMessage);
 }
@@ -98,10 +97,9 @@ TEST(HostAddress, RulesHoldOnAHostWithTheseInterfaces) {
         // A link per address, or the loopback link (with ::1, which the list leaves out) for a first 127.0.0.1.
         std::vector<std::string> commands;
         for (size_t i = 0; i < rows[r].addresses.size(); ++i) {
-            const std::string& address = rows[r].addresses[i];
-            const std::string link = i == 0 && address == "127.0.0.1" ? "lo" : "c" + std::to_string(i);
+            const std::string link = i == 0 && rows[r].addresses[i] == "127.0.0.1" ? "lo" : "c" + std::to_string(i);
             if (link != "lo") commands.push_back("link add " + link + " type veth peer name p" + std::to_string(i));
-            if (link != "lo") commands.push_back("addr add " + address + "/24 dev " + link);
+            if (link != "lo") commands.push_back("addr add " + rows[r].addresses[i] + "/24 dev " + link);
             commands.push_back("link set " + link + " up");
         }
         rerunInOwnNamespace(commands, r);
@@ -133,8 +131,7 @@ TEST(HostAddress, RulesHoldOnAHostWithTheseInterfaces) {
     EXPECT_EQ(dotted({primary})[0] + ":" + std::to_string(primary.get_port_number()),
               row.primary.empty() ? "192.0.2.9:9" : row.primary + ":0");
     EXPECT_EQ(logs.messages(kLogger), oneOrNone(row.error));
-    EXPECT_FALSE(Tarvik::getHostIPAddress("example.org", addresses));
-    EXPECT_TRUE(addresses.empty());
+    EXPECT_FALSE(Tarvik::getHostIPAddress("example.org", addresses) || !addresses.empty());
     EXPECT_EQ(logs.assertions(), oneOrNone("Not implemented : getHostIPAddress with a non-null hostname"));
 }
 
@@ -228,22 +225,20 @@ TEST(Interface, DestinationsAreReachedThroughTheirLinksAndDescribed) {
     }
 }
 
-// The hunt in a namespace, where no other process holds a port: of the ports 30000 to 30010, those the test
-// holds are in use, the others free.
+// In a namespace no other process holds a port: of the ports 30000 to 30010 only those the test holds are in use.
 TEST(PortHunt, BindsTheFirstFreePortFromTheStartThenWrapsAround) {
     if (!isNamespaceRun()) return rerunInOwnNamespace({});
-    const Vocal::PortParity any = Vocal::ANY_PORT;  // what the library asks for; the others hunt by parity
     const struct {
-        Vocal::PortParity parity;
+        Vocal::PortParity parity;  // ANY_PORT, what the library asks for, goes through findFreeIPPortHunt
         int min, max, start;
         const char* use;        // 'x': the port 30000 + i is in use
         int found;              // the port bound, or -1
         const char* assertion;  // raised by a broken range, or empty
     } rows[] = {
-        {any, 30002, 30010, 1, "xxx.xxxxx.x", 30003, ""},  // a start below the range begins at its minimum
-        {any, 30000, 30008, 40000, "xxxxxxxxx..", -1, ""},  // free ports above the range are not tried
-        {any, 0, 10, 5, "", -1, "in_iMinPort > 0"},
-        {any, 65530, 65536, 65530, "", -1, "in_iMaxPort <= 65535"},
+        {Vocal::ANY_PORT, 30002, 30010, 1, "xxx.xxxxx.x", 30003, ""},  // a start below the range begins at its minimum
+        {Vocal::ANY_PORT, 30000, 30008, 40000, "xxxxxxxxx..", -1, ""},  // free ports above the range are not tried
+        {Vocal::ANY_PORT, 0, 10, 5, "", -1, "in_iMinPort > 0"},
+        {Vocal::ANY_PORT, 65530, 65536, 65530, "", -1, "in_iMaxPort <= 65535"},
         {Vocal::EVEN_PORT, 30000, 30010, 30003, "xxx....xxxx", 30004, ""},
         {Vocal::EVEN_PORT, 30001, 30010, 30005, "x..xxxxxxxx", 30002, ""},
         {Vocal::ODD_PORT, 30000, 30010, 30004, "xxxx..xxxxx", 30005, ""},
@@ -262,7 +257,7 @@ TEST(PortHunt, BindsTheFirstFreePortFromTheStartThenWrapsAround) {
         corvane_test::LogCapture asserts;
         errno = 0;
         int found = -1;
-        if (row.parity == any) {
+        if (row.parity == Vocal::ANY_PORT) {
             const Tarvik::Fallible<size_t> port = Tarvik::Net::findFreeIPPortHunt(
                 reinterpret_cast<void*>(static_cast<intptr_t>(sockets.back())), row.min, row.max, row.start);
             if (port.isValid()) found = static_cast<int>(port.getValue());
@@ -312,9 +307,8 @@ TEST(Uri, IsFilledFromSipUrlTextOrFromTheNamedNodesOfAParseTree) {
     EXPECT_TRUE(uri.initFrom(tokens, node("R", 0, 6, node("S", 0, 4, node("Scheme", 0, 0), host), node("Port", 6, 6))));
     EXPECT_EQ(testing::PrintToString(uri), "sip:host.org:5060");
     // A "Host" rule under another label is no host; an empty range leaves a member empty; a later node wins.
-    const auto labelled = node("A", 0, 0, node("Host", 2, 2, {}, {}, "Domain"), node("User", 5, 4));
-    const auto ports = node("B", 0, 0, node("Port", 6, 6), node("Port", 7, 7));
-    EXPECT_TRUE(uri.initFrom(tokens, node("R", 0, 7, labelled, ports)));
+    const auto domain = node("A", 0, 0, node("Host", 2, 2, {}, {}, "Domain"), node("User", 5, 4));
+    EXPECT_TRUE(uri.initFrom(tokens, node("R", 0, 7, domain, node("B", 0, 0, node("Port", 6, 6), node("Port", 7, 7)))));
     EXPECT_EQ(testing::PrintToString(uri), "::bob");
     corvane_test::LogCapture asserts;
     EXPECT_TRUE(uri.initFrom(tokens, Node()));
@@ -333,19 +327,18 @@ TEST(Canonicalize, FillsTheSipPortAndPutsTheAddressInPlaceOfTheHost) {
     ASSERT_TRUE(Tarvik::Net::initializeLibrary());
     corvane_test::HostLookupHook hook;  // the resolver's lookups
     hook.setDelay(std::chrono::milliseconds(100));
-    const ACE_Time_Value direct = ACE_Time_Value::max_time, twoSeconds(2);
     const struct {
         Uri in;
         ACE_Time_Value timeout;
         const char* out;  // the text form after the call
         std::string log;  // the last message, empty on success
     } rows[] = {
-        {make("sip", "alice", "127.0.0.1", ""), direct, "sip:alice@127.0.0.1:5060", ""},
-        {make("SIP", "", "127.0.0.1", ""), direct, "SIP:127.0.0.1", "Uri \"" +
+        {make("sip", "alice", "127.0.0.1", ""), ACE_Time_Value::max_time, "sip:alice@127.0.0.1:5060", ""},
+        {make("SIP", "", "127.0.0.1", ""), ACE_Time_Value::max_time, "SIP:127.0.0.1", "Uri \"" +
          testing::PrintToString(static_cast<const void*>(&uri)) + "\" could not be canonicalized: unknown protocol"},
-        {make("sip", "", "nowhere.test", ""), direct, "sip:nowhere.test", "Unknown host: \"nowhere.test\""},
-        {make("sip", "a", "localhost", ""), twoSeconds, "sip:a@127.0.0.1:5060", ""},
-        {make("xmpp", "", "localhost", ""), twoSeconds, "xmpp:localhost", "canonicalizeSipPort failed"},
+        {make("sip", "", "no.test", ""), ACE_Time_Value::max_time, "sip:no.test", "Unknown host: \"no.test\""},
+        {make("sip", "a", "localhost", ""), ACE_Time_Value(2), "sip:a@127.0.0.1:5060", ""},
+        {make("xmpp", "", "localhost", ""), ACE_Time_Value(2), "xmpp:localhost", "canonicalizeSipPort failed"},
         {make("sip", "", "slow.test", "5060"), ACE_Time_Value(0, 10000), "sip:slow.test:5060",  // port kept
          "server.resolve() failed : GHBN_TIMEOUT"},
     };

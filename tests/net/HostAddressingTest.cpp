@@ -45,7 +45,6 @@ void rerunInOwnNamespace(const std::vector<std::string>& in_ipCommands, size_t i
         << script << "\n" << inner.out << inner.err;
 }
 
-const char* const kLogger = "corvane.net.HostIPAddress";
 std::vector<std::string> dotted(const std::vector<ACE_INET_Addr>& in_addresses) {
     std::vector<std::string> out;
     for (const auto& address : in_addresses) out.push_back(address.get_host_addr());
@@ -106,11 +105,10 @@ TEST(HostAddress, RulesHoldOnAHostWithTheseInterfaces) {
     }
     if (!isNamespaceRun()) return;
     const auto& row = rows[std::stoul(std::getenv("CORVANE_NETNS_RUN"))];
-    std::string hostname;
+    std::string hostname, error;
     ASSERT_TRUE(Tarvik::getHostname(hostname));
     const std::vector<ACE_INET_Addr>& cached = Tarvik::getHostIPAddress();  // filled once, here
     corvane_test::LogCapture logs;
-    std::string error;
     ASSERT_TRUE(row.configured == nullptr ||
                 Tarvik::GlobalConfig::getInstance().setValue("corvane.net.primaryIPAddress", row.configured, error));
     std::vector<ACE_INET_Addr> addresses(1);  // emptied by every call
@@ -118,7 +116,7 @@ TEST(HostAddress, RulesHoldOnAHostWithTheseInterfaces) {
     EXPECT_EQ(dotted(addresses), row.addresses);
     EXPECT_EQ(dotted(cached), row.addresses);
     EXPECT_EQ(&cached, &Tarvik::getHostIPAddress());
-    EXPECT_EQ(logs.messages(kLogger),
+    EXPECT_EQ(logs.messages("corvane.net.HostIPAddress"),
               oneOrNone(row.addresses.empty() ? "No IP network interfaces found for host " + hostname : ""));
     EXPECT_EQ(Tarvik::getHostIPAddressNoLoopback(nullptr, addresses), !row.addresses.empty());
     EXPECT_EQ(dotted(addresses), row.noLoopback);
@@ -130,7 +128,7 @@ TEST(HostAddress, RulesHoldOnAHostWithTheseInterfaces) {
     EXPECT_EQ(Tarvik::getPrimaryIPAddress(primary), !row.primary.empty());
     EXPECT_EQ(dotted({primary})[0] + ":" + std::to_string(primary.get_port_number()),
               row.primary.empty() ? "192.0.2.9:9" : row.primary + ":0");
-    EXPECT_EQ(logs.messages(kLogger), oneOrNone(row.error));
+    EXPECT_EQ(logs.messages("corvane.net.HostIPAddress"), oneOrNone(row.error));
     EXPECT_FALSE(Tarvik::getHostIPAddress("example.org", addresses) || !addresses.empty());
     EXPECT_EQ(logs.assertions(), oneOrNone("Not implemented : getHostIPAddress with a non-null hostname"));
 }
@@ -157,7 +155,7 @@ TEST(HostName, FullyQualifiedNameJoinsTheHostNameAndTheResolverDomain) {
         corvane_test::LogCapture logs;
         std::string fqdn = "unchanged";
         EXPECT_TRUE(Tarvik::getFqdnHostname(fqdn) && fqdn == row.fqdn) << fqdn;
-        EXPECT_EQ(logs.messages(kLogger), oneOrNone(row.debug));
+        EXPECT_EQ(logs.messages("corvane.net.HostIPAddress"), oneOrNone(row.debug));
     }
 }
 
@@ -212,15 +210,14 @@ TEST(Interface, DestinationsAreReachedThroughTheirLinksAndDescribed) {
     Tarvik::Net::Interface intf;  // one object for every step
     for (const auto& step : steps) {
         SCOPED_TRACE(step.destination != nullptr ? step.destination : "null");
-        const bool ok = step.address != nullptr;
         corvane_test::LogCapture logs;
-        EXPECT_EQ(intf.getForDestination(step.destination), ok);
+        EXPECT_EQ(intf.getForDestination(step.destination), step.address != nullptr);
         std::ostringstream os;
-        EXPECT_EQ(intf.write(os).fail(), !ok);
+        EXPECT_EQ(intf.write(os).fail(), step.address == nullptr);
         EXPECT_EQ(os.str(), step.text);
         std::string address = "unchanged";
         intf.getIPAdress(address);
-        EXPECT_EQ(address, ok ? step.address : "unchanged");
+        EXPECT_EQ(address, step.address != nullptr ? step.address : "unchanged");
         EXPECT_EQ(logs.messages("corvane.net.Interface"), step.logged);
     }
 }

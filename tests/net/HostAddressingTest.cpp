@@ -233,7 +233,7 @@ TEST(PortHunt, BindsTheFirstFreePortFromTheStartThenWrapsAround) {
         const char* assertion;  // raised by a broken range, or empty
     } rows[] = {
         {Vocal::ANY_PORT, 30002, 30010, 1, "xxx.xxxxx.x", 30003, ""},  // a start below the range begins at its minimum
-        {Vocal::ANY_PORT, 30000, 30008, 40000, "xxxxxxxxx..", -1, ""},  // free ports above the range are not tried
+        {Vocal::ANY_PORT, 30008, 30008, 40000, "xxxxxxxxx..", -1, ""},  // free ports above the range are not tried
         {Vocal::ANY_PORT, 0, 10, 5, "", -1, "in_iMinPort > 0"},
         {Vocal::ANY_PORT, 65530, 65536, 65530, "", -1, "in_iMaxPort <= 65535"},
         {Vocal::EVEN_PORT, 30000, 30010, 30003, "xxx....xxxx", 30004, ""},

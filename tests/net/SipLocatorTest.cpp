@@ -1,5 +1,5 @@
-// The SIP server locator against answers crafted byte for byte by the scripted responder, and its life.
-// Resolver configuration, hosts file and clock are the test's own; each test has its own server address.
+// The SIP server locator against answers crafted byte for byte, and its life. Resolver configuration,
+// hosts file, clock and DNS server address are each test's own.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -102,8 +102,7 @@ protected:
                                                                  in_strServers, error))
             << error;
     }
-    // A scripted responder for the locator to ask, which it starts; names without a script hear
-    // NXDOMAIN without SOA (never kept).
+    // Starts a scripted responder (NXDOMAIN without SOA, never kept, to names without a script) and the locator.
     DnsResponder& serve(const std::string& in_address, bool in_bStart = true) {
         m_responder.emplace(in_address);
         m_responder->setDefault({DnsResponder::rcodeReply(dns::RCODE_NXDOMAIN)});
@@ -461,7 +460,7 @@ TEST_F(SipLocatorTest, AStartThatFailsIsUndoneALaterStartWorksAndTheResolverConf
     EXPECT_TRUE(log.contains(Tarvik::ERROR_LOG_LEVEL, "names no DNS server; the DNS servers stay"));
 }
 
-TEST_F(SipLocatorTest, ExitWithWorkInFlightTellsEveryRequestOnce) {
+TEST_F(SipLocatorTest, ATimeOutTellsWhatWasFoundAndExitWithWorkInFlightTellsEveryRequestOnce) {
     DnsResponder& responder = serve("127.53.94.3");
     for (int n = 0; n < 30; ++n) {  // answered at once, never, or late
         const std::string name = "s" + std::to_string(n) + ".test";
@@ -469,6 +468,32 @@ TEST_F(SipLocatorTest, ExitWithWorkInFlightTellsEveryRequestOnce) {
         if (n % 3 == 1) responder.never(name);
         if (n % 3 == 2) responder.answerLate(name, aAnswer(name, "10.75.0.2"), std::chrono::milliseconds(5 + n));
     }
+    // The A query comes first and is answered; the AAAA query never is.
+    responder.scriptPerQuery("half.test", {{{aAnswer("half.test", "10.74.1.1", 60)}}, {}});
+    const Locator::Result result = locate("sip:s4.test:5060", Locator::FAMILY_IPV4, ACE_Time_Value(0, 100000));
+    EXPECT_EQ(result.status, Locator::LOCATE_TIMEOUT);
+    EXPECT_EQ(result.error, "no answer within the time-out");
+    EXPECT_EQ(steps(result), Strings{"A s4.test timeout miss -1"});
+    // Asynchronous: the timer thread tells it, and a stop from there is refused.
+    struct StoppingCallback : Locator::Callback {
+        StoppingCallback(Locator& io_locator, std::atomic<int>& out_stopped) : locator(io_locator), stopped(out_stopped) {}
+        void onLocated(const Locator::Result&) override { stopped = locator.stop() ? 1 : 0; }
+        Locator& locator;
+        std::atomic<int>& stopped;
+    };
+    std::atomic<int> stopped{-1};
+    LogCapture asserts;
+    Notifications half(1);
+    m_locator.locate("sip:s4.test:5060", new StoppingCallback(m_locator, stopped), ACE_Time_Value::zero,
+                     Locator::FAMILY_IPV4);
+    m_locator.locate("sip:half.test:5060", half.callback(0), ACE_Time_Value(0, 200000), Locator::FAMILY_IPV4_FIRST);
+    ASSERT_TRUE(half.waitAll(5s) && waitFor([&] { return stopped != -1; }));
+    EXPECT_EQ(stopped, 0);
+    EXPECT_TRUE(asserts.asserted("t_pOwnThread != this"));
+    EXPECT_TRUE(m_locator.isRunning());
+    EXPECT_EQ(targets(half.results[0]), Strings{"UDP half.test 10.74.1.1 5060 -/- A"});
+    EXPECT_EQ(steps(half.results[0]), (Strings{"A half.test answer miss 60", "AAAA half.test timeout miss -1"}));
+    EXPECT_EQ(m_locator.getStatistics().requestTimeouts, 2u);  // a request that found something is located
     Locator::Result waiting;  // a synchronous request without time-out
     std::thread waiter([&] { m_locator.locate("sip:s1.test", waiting, ACE_Time_Value::max_time); });
     ASSERT_TRUE(responder.waitForQueries("s1.test", 1, 5s));
@@ -487,37 +512,6 @@ TEST_F(SipLocatorTest, ExitWithWorkInFlightTellsEveryRequestOnce) {
     Notifications refused(1);  // stopped: refused at once, on the caller's thread
     EXPECT_FALSE(m_locator.locate("sip:s0.test", refused.callback(0), ACE_Time_Value(1)));
     EXPECT_EQ(refused.results[0].status, Locator::LOCATE_REFUSED);
-}
-
-TEST_F(SipLocatorTest, ATimeOutTellsWhatWasFoundAndAStopFromItsOwnThreadIsRefused) {
-    DnsResponder& responder = serve("127.53.94.4");
-    responder.never("silent.test");
-    // The A query comes first and is answered; the AAAA query never is.
-    responder.scriptPerQuery("half.test", {{{aAnswer("half.test", "10.74.1.1", 60)}}, {}});
-    Locator::Result result = locate("sip:silent.test:5060", Locator::FAMILY_IPV4, ACE_Time_Value(0, 100000));
-    EXPECT_EQ(result.status, Locator::LOCATE_TIMEOUT);
-    EXPECT_EQ(result.error, "no answer within the time-out");
-    EXPECT_EQ(steps(result), Strings{"A silent.test timeout miss -1"});
-    // Asynchronous: the timer thread tells it, and a stop from there is refused.
-    struct StoppingCallback : Locator::Callback {
-        StoppingCallback(Locator& io_locator, std::atomic<int>& out_stopped) : locator(io_locator), stopped(out_stopped) {}
-        void onLocated(const Locator::Result&) override { stopped = locator.stop() ? 1 : 0; }
-        Locator& locator;
-        std::atomic<int>& stopped;
-    };
-    std::atomic<int> stopped{-1};
-    LogCapture asserts;
-    Notifications told(1);
-    m_locator.locate("sip:silent.test:5060", new StoppingCallback(m_locator, stopped), ACE_Time_Value::zero,
-                     Locator::FAMILY_IPV4);
-    m_locator.locate("sip:half.test:5060", told.callback(0), ACE_Time_Value(0, 200000), Locator::FAMILY_IPV4_FIRST);
-    ASSERT_TRUE(told.waitAll(5s) && waitFor([&] { return stopped != -1; }));
-    EXPECT_EQ(stopped, 0);
-    EXPECT_TRUE(asserts.asserted("t_pOwnThread != this"));
-    EXPECT_TRUE(m_locator.isRunning());
-    EXPECT_EQ(targets(told.results[0]), Strings{"UDP half.test 10.74.1.1 5060 -/- A"});
-    EXPECT_EQ(steps(told.results[0]), (Strings{"A half.test answer miss 60", "AAAA half.test timeout miss -1"}));
-    EXPECT_EQ(m_locator.getStatistics().requestTimeouts, 2u);  // a request that found something is located
 }
 
 }  // namespace

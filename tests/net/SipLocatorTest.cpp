@@ -21,14 +21,12 @@
 #include "platform/Logger.h"
 #include "platform/MemAccount.h"
 #include "platform/Thread.h"
-#include "support/BoundedWait.h"
 #include "support/DnsResponder.h"
 #include "support/LogCapture.h"
 
 using corvane_test::DnsResponder;
 using corvane_test::LogCapture;
 using corvane_test::TempFile;
-using corvane_test::waitFor;
 using Locator = Tarvik::Net::SipServerLocator;
 using Strings = std::vector<std::string>;
 using namespace std::chrono_literals;
@@ -56,7 +54,8 @@ inline Strings steps(const Locator::Result& in_result) {
     return out;
 }
 
-// Asynchronous results: how many notifications each request got, and the last one.
+// Asynchronous results: how many notifications each request got, and the last one. Given a locator, each
+// notification also tries to stop it.
 struct Notifications {
     struct Recorder : Locator::Callback {
         Recorder(Notifications& io_owner, size_t in_index) : owner(io_owner), index(in_index) {}
@@ -64,6 +63,7 @@ struct Notifications {
             std::lock_guard<std::mutex> guard(owner.mutex);  // once a waiter sees the count, the owner may go
             owner.told[index]++;
             owner.results[index] = in_result;
+            if (owner.pStopping) owner.bStopped = owner.pStopping->stop();
             owner.cond.notify_all();
         }
         Notifications& owner;
@@ -79,6 +79,8 @@ struct Notifications {
     std::condition_variable cond;
     std::vector<int> told;                 // notifications per request
     std::vector<Locator::Result> results;  // the last one per request
+    Locator* pStopping = nullptr;
+    bool bStopped = false;
 };
 
 class SipLocatorTest : public ::testing::Test {
@@ -248,10 +250,8 @@ TEST_F(SipLocatorTest, EveryBranchOfTheProcedure) {
     for (const Row& row : rows) {
         SCOPED_TRACE(row.uri);
         const Locator::Result result = locate(row.uri, row.family);
-        EXPECT_EQ(Locator::getStatusName(result.status),
-                  std::string(row.error.empty()   ? "LOCATE_OK"
-                              : row.steps.empty() ? "LOCATE_BAD_REQUEST"
-                                                  : "LOCATE_NOT_FOUND"));
+        const std::string status = row.error.empty() ? "OK" : row.steps.empty() ? "BAD_REQUEST" : "NOT_FOUND";
+        EXPECT_EQ(Locator::getStatusName(result.status), "LOCATE_" + status);
         EXPECT_EQ(targets(result), row.targets);
         EXPECT_EQ(steps(result), row.steps);
         EXPECT_EQ(result.error, row.error);
@@ -475,24 +475,17 @@ TEST_F(SipLocatorTest, ATimeOutTellsWhatWasFoundAndExitWithWorkInFlightTellsEver
     EXPECT_EQ(result.error, "no answer within the time-out");
     EXPECT_EQ(steps(result), Strings{"A s4.test timeout miss -1"});
     // Asynchronous: the timer thread tells it, and a stop from there is refused.
-    struct StoppingCallback : Locator::Callback {
-        StoppingCallback(Locator& io_locator, std::atomic<int>& out_stopped) : locator(io_locator), stopped(out_stopped) {}
-        void onLocated(const Locator::Result&) override { stopped = locator.stop() ? 1 : 0; }
-        Locator& locator;
-        std::atomic<int>& stopped;
-    };
-    std::atomic<int> stopped{-1};
     LogCapture asserts;
-    Notifications half(1);
-    m_locator.locate("sip:s4.test:5060", new StoppingCallback(m_locator, stopped), ACE_Time_Value::zero,
-                     Locator::FAMILY_IPV4);
-    m_locator.locate("sip:half.test:5060", half.callback(0), ACE_Time_Value(0, 200000), Locator::FAMILY_IPV4_FIRST);
-    ASSERT_TRUE(half.waitAll(5s) && waitFor([&] { return stopped != -1; }));
-    EXPECT_EQ(stopped, 0);
+    Notifications half(2);
+    half.pStopping = &m_locator;
+    m_locator.locate("sip:s4.test:5060", half.callback(0), ACE_Time_Value::zero, Locator::FAMILY_IPV4);
+    m_locator.locate("sip:half.test:5060", half.callback(1), ACE_Time_Value(0, 200000), Locator::FAMILY_IPV4_FIRST);
+    ASSERT_TRUE(half.waitAll(5s));
+    EXPECT_FALSE(half.bStopped);
     EXPECT_TRUE(asserts.asserted("t_pOwnThread != this"));
     EXPECT_TRUE(m_locator.isRunning());
-    EXPECT_EQ(targets(half.results[0]), Strings{"UDP half.test 10.74.1.1 5060 -/- A"});
-    EXPECT_EQ(steps(half.results[0]), (Strings{"A half.test answer miss 60", "AAAA half.test timeout miss -1"}));
+    EXPECT_EQ(targets(half.results[1]), Strings{"UDP half.test 10.74.1.1 5060 -/- A"});
+    EXPECT_EQ(steps(half.results[1]), (Strings{"A half.test answer miss 60", "AAAA half.test timeout miss -1"}));
     EXPECT_EQ(m_locator.getStatistics().requestTimeouts, 2u);  // a request that found something is located
     Locator::Result waiting;  // a synchronous request without time-out
     std::thread waiter([&] { m_locator.locate("sip:s1.test", waiting, ACE_Time_Value::max_time); });

@@ -54,8 +54,7 @@ inline Strings steps(const Locator::Result& in_result) {
     return out;
 }
 
-// Asynchronous results: how many notifications each request got, and the last one. Given a locator, each
-// notification also tries to stop it.
+// Asynchronous results: notifications per request and the last one; given a locator, each tries to stop it.
 struct Notifications {
     struct Recorder : Locator::Callback {
         Recorder(Notifications& io_owner, size_t in_index) : owner(io_owner), index(in_index) {}
@@ -291,7 +290,6 @@ TEST_F(SipLocatorTest, RecordsAreKeptAsLongAsTheirTtlOrSoaSaysInABoundedCache) {
         EXPECT_EQ(steps(locate(uri)), Strings{asked + " miss " + std::to_string(row.ttl)});
         EXPECT_EQ(m_responder->queryCount(row.name), 2);
     }
-    // The least recently used records go when the cache is full.
     for (const char* name : {"lru1.test", "lru2.test", "lru3.test"}) {
         m_responder->answer(name, aAnswer(name, "10.71.3.1", 600));
     }
@@ -302,7 +300,7 @@ TEST_F(SipLocatorTest, RecordsAreKeptAsLongAsTheirTtlOrSoaSaysInABoundedCache) {
         }
         return out;
     };
-    m_locator.setCacheBound(2);  // lru2, least recently used, goes for lru3; then lru3 for lru2
+    m_locator.setCacheBound(2);  // full: lru2, least recently used, goes for lru3; then lru3 for lru2
     EXPECT_EQ(uses({"lru1", "lru2", "lru1", "lru3", "lru1", "lru2", "lru1"}), "miss miss hit miss hit miss hit ");
     m_locator.setCacheBound(1);  // lru2, used before lru1, goes at once; a record of TTL 0 takes no room
     EXPECT_EQ(uses({"lru1", "lru2", "zero", "lru2"}), "hit miss miss hit ");
@@ -406,8 +404,7 @@ TEST_F(SipLocatorTest, EveryTruncationAndCorruptionIsOneClearFailure) {
 }
 
 TEST_F(SipLocatorTest, AStartThatFailsIsUndoneALaterStartWorksAndTheResolverConfigurationIsReadOnUse) {
-    DnsResponder& responder = serve("127.53.94.2", false);
-    responder.answer("ok.test", aAnswer("ok.test", "10.74.0.1"));
+    serve("127.53.94.2", false).answer("ok.test", aAnswer("ok.test", "10.74.0.1"));
     const char* const kBadList = "failed to parse the value of parameter corvane.net.HostNameServer.DNSServerIPAddrList";
     const int kAll = 1000;
     // The parameter (null: absent), resolver configuration, thread creations that succeed, ERROR text (null: none).
@@ -500,9 +497,8 @@ TEST_F(SipLocatorTest, ATimeOutTellsWhatWasFoundAndExitWithWorkInFlightTellsEver
     EXPECT_EQ(waiting.status, Locator::LOCATE_STOPPED);
     EXPECT_EQ(std::count(told.told.begin(), told.told.end(), 1), 2000);
     EXPECT_TRUE(accountsAtZero());
-    Notifications refused(1);  // stopped: refused at once, on the caller's thread
-    EXPECT_FALSE(m_locator.locate("sip:s0.test", refused.callback(0), ACE_Time_Value(1)));
-    EXPECT_EQ(refused.results[0].status, Locator::LOCATE_REFUSED);
+    EXPECT_FALSE(m_locator.locate("sip:s0.test", told.callback(0), ACE_Time_Value(1)));  // refused at once
+    EXPECT_EQ(told.results[0].status, Locator::LOCATE_REFUSED);
 }
 
 }  // namespace

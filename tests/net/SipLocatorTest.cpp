@@ -311,7 +311,7 @@ TEST_F(SipLocatorTest, RecordsAreKeptAsLongAsTheirTtlOrSoaSaysInABoundedCache) {
 
 TEST_F(SipLocatorTest, SrvWeightsShareTheFirstPlaceAndAFailedTargetGoesLastUntilItsMarkEnds) {
     // Weights 0, 30 and 70 of one priority, and 50 of a later one; the hosts file knows their addresses.
-    std::ofstream(m_hosts.path()) << "10.72.0.1 w0.test\n10.72.0.31 w30.test\n10.72.0.71 w70.test\n10.72.0.51 w50.test\n";
+    std::ofstream(m_hosts.path()) << "10.72.0.1 w0.test\n10.72.0.2 w30.test\n10.72.0.3 w70.test\n10.72.0.4 w50.test\n";
     serve("127.53.91.3");
     std::vector<dns::Bytes> records;
     for (const int weight : {0, 30, 70, 50}) {

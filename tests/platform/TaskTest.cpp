@@ -10,6 +10,7 @@
 
 #include "platform/AddTimeoutToBlockingOpTask.h"
 #include "platform/MemAccount.h"
+#include "platform/SharedTaskImpl.h"
 #include "platform/Thread.h"
 #include "support/LogCapture.h"
 #include "support/BoundedWait.h"
@@ -260,6 +261,29 @@ TEST(Timers, ItsOwnThreadsCannotWaitForNorRestartTheTaskButMayScheduleAndCancel)
         ASSERT_TRUE(task.cancelTimer(awaited));
         ASSERT_GT(task.after(new Job(counts), 1), 0);  // wakes the thread
         ASSERT_TRUE(waitFor([&] { return counts.ran == 3 + round; }));
+    }
+}
+
+TEST(SharedTask, OnlyTheFirstStartAndTheStopThatBalancesTheLastReachTheHooks) {
+    struct Counted : SharedTaskImpl {
+        using SharedTaskImpl::SharedTaskImpl;
+        bool sharedStart() override { return ++starts > 1; }  // the first start fails
+        bool sharedStop() override { return ++stops > 0; }
+        bool sharedKill() override { return ++kills > 0; }
+        bool sharedWaitUntilDone() override { return true; }
+        int starts = 0, stops = 0, kills = 0;
+    };
+    for (const bool bStopOnLastUser : {true, false}) {
+        Counted task(bStopOnLastUser);
+        EXPECT_FALSE(task.start());
+        EXPECT_TRUE(task.start() && task.start());
+        EXPECT_EQ(task.getUserCount(), 2);
+        EXPECT_TRUE(task.stop());
+        EXPECT_EQ(task.waitUntilDone(), !bStopOnLastUser);  // no wait while another user holds it
+        EXPECT_TRUE(task.stop());
+        EXPECT_TRUE(task.start() && task.kill() && task.waitUntilDone());
+        EXPECT_EQ(std::vector<int>({task.starts, task.stops, task.kills, task.getUserCount()}),
+                  std::vector<int>({3, bStopOnLastUser ? 1 : 2, 1, 0}));
     }
 }
 

@@ -3,40 +3,17 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <sstream>
 #include <thread>
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "support/DnsResponder.h"
 #include "support/Subprocess.h"
 
-extern char** environ;
-
 namespace corvane_test {
-
-namespace {
-
-using Clock = std::chrono::steady_clock;
-
-// Waits for the child to end, at most in_limit; true once reaped.
-bool reap(pid_t in_pid, std::chrono::milliseconds in_limit) {
-    const Clock::time_point deadline = Clock::now() + in_limit;
-    for (;;) {
-        const pid_t done = waitpid(in_pid, nullptr, WNOHANG);
-        if (done == in_pid || (done < 0 && errno == ECHILD)) return true;
-        if (Clock::now() >= deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-}
-
-}  // namespace
 
 Dnsmasq::Dnsmasq(std::string in_address) : m_strAddress(std::move(in_address)) {}
 
@@ -73,32 +50,20 @@ bool Dnsmasq::start(std::string* out_error) {
     char logPath[] = "/tmp/corvane-dnsmasq-XXXXXX";
     const int logFd = mkstemp(logPath);
     if (logFd < 0) return fail(std::string("mkstemp : ") + std::strerror(errno));
+    close(logFd);
     m_strLogPath = logPath;
 
     std::vector<std::string> args = {"dnsmasq", "-k", "-C", "/dev/null", "--no-resolv", "--no-hosts",
                                      "--bind-interfaces", "--listen-address=" + m_strAddress, "--port=53",
                                      "--user=root", "--pid-file=", "--local=/test/", "--log-facility=-"};
     args.insert(args.end(), m_options.begin(), m_options.end());
-    std::vector<char*> argv;
-    for (std::string& arg : args) argv.push_back(&arg[0]);
-    argv.push_back(nullptr);
+    std::string error;
+    m_pid = spawnProcess(args, "/dev/null", m_strLogPath, m_strLogPath, error);
+    if (m_pid < 0) return fail(error);
 
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&actions, logFd, 1);
-    posix_spawn_file_actions_adddup2(&actions, logFd, 2);
-    posix_spawn_file_actions_addclose(&actions, logFd);
-    pid_t pid = -1;
-    const int rc = posix_spawn(&pid, findProgram("dnsmasq").c_str(), &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    close(logFd);
-    if (rc != 0) return fail(std::string("posix_spawn : ") + std::strerror(rc));
-    m_pid = pid;
-
-    const Clock::time_point deadline = Clock::now() + std::chrono::seconds(2);
-    while (Clock::now() < deadline) {
-        if (waitpid(m_pid, nullptr, WNOHANG) == m_pid) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (reapWithin(m_pid, std::chrono::milliseconds(0))) {
             m_pid = -1;
             return fail("exited : " + logText());
         }
@@ -112,9 +77,9 @@ bool Dnsmasq::start(std::string* out_error) {
 void Dnsmasq::stop() {
     if (m_pid > 0) {
         kill(m_pid, SIGTERM);
-        if (!reap(m_pid, std::chrono::seconds(2))) {
+        if (!reapWithin(m_pid, std::chrono::seconds(2))) {
             kill(m_pid, SIGKILL);
-            reap(m_pid, std::chrono::seconds(2));
+            reapWithin(m_pid, std::chrono::seconds(2));
         }
         m_pid = -1;
     }

@@ -46,19 +46,14 @@ std::string selfExecutable() {
     return length > 0 ? std::string(buffer, static_cast<size_t>(length)) : std::string();
 }
 
-SubprocessResult runSubprocess(const std::vector<std::string>& in_argv,
-                               const std::vector<std::pair<std::string, std::string>>& in_extraEnv,
-                               int in_iTimeoutMs, const std::string& in_stdin) {
-    SubprocessResult result;
+pid_t spawnProcess(const std::vector<std::string>& in_argv, const std::string& in_inPath,
+                   const std::string& in_outPath, const std::string& in_errPath, std::string& out_strError,
+                   const std::vector<std::pair<std::string, std::string>>& in_extraEnv) {
     const std::string program = in_argv.empty() ? "" : findProgram(in_argv[0]);
-    char dir[] = "/tmp/corvane-run-XXXXXX";
-    if (program.empty() || mkdtemp(dir) == nullptr) {
-        result.err = (in_argv.empty() ? "" : in_argv[0]) + ": cannot be run";
-        return result;
+    if (program.empty()) {
+        out_strError = (in_argv.empty() ? "" : in_argv[0]) + ": not found";
+        return -1;
     }
-    const std::string in = std::string(dir) + "/in", out = std::string(dir) + "/out", err = std::string(dir) + "/err";
-    std::ofstream(in) << in_stdin;
-
     std::vector<std::string> env;
     for (char** p = environ; *p != nullptr; ++p) {
         const std::string entry = *p;
@@ -75,23 +70,49 @@ SubprocessResult runSubprocess(const std::vector<std::string>& in_argv,
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 0, in.c_str(), O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    posix_spawn_file_actions_addopen(&actions, 0, in_inPath.c_str(), O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 1, in_outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    if (in_errPath == in_outPath) {
+        posix_spawn_file_actions_adddup2(&actions, 1, 2);
+    } else {
+        posix_spawn_file_actions_addopen(&actions, 2, in_errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    }
     pid_t pid = -1;
     const int spawnError = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
-    int status = 0;
-    if (spawnError != 0) {
-        result.err = program + ": " + std::strerror(spawnError);
-    } else {
+    if (spawnError == 0) return pid;
+    out_strError = program + ": " + std::strerror(spawnError);
+    return -1;
+}
+
+bool reapWithin(pid_t in_pid, std::chrono::milliseconds in_limit, int* out_pStatus) {
+    const auto deadline = std::chrono::steady_clock::now() + in_limit;
+    for (;;) {
+        const pid_t done = waitpid(in_pid, out_pStatus, WNOHANG);
+        if (done == in_pid || (done < 0 && errno != EINTR)) return true;
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+}
+
+SubprocessResult runSubprocess(const std::vector<std::string>& in_argv,
+                               const std::vector<std::pair<std::string, std::string>>& in_extraEnv,
+                               int in_iTimeoutMs, const std::string& in_stdin) {
+    SubprocessResult result;
+    char dir[] = "/tmp/corvane-run-XXXXXX";
+    if (mkdtemp(dir) == nullptr) {
+        result.err = std::string("mkdtemp: ") + std::strerror(errno);
+        return result;
+    }
+    const std::string in = std::string(dir) + "/in", out = std::string(dir) + "/out", err = std::string(dir) + "/err";
+    std::ofstream(in) << in_stdin;
+    const pid_t pid = spawnProcess(in_argv, in, out, err, result.err, in_extraEnv);
+    if (pid > 0) {
         result.started = true;
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(in_iTimeoutMs);
-        for (;;) {
-            const pid_t done = waitpid(pid, &status, WNOHANG);
-            if (done == pid || (done < 0 && errno != EINTR)) break;
-            if (std::chrono::steady_clock::now() >= deadline) kill(pid, SIGKILL);
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        int status = 0;
+        if (!reapWithin(pid, std::chrono::milliseconds(in_iTimeoutMs), &status)) {
+            kill(pid, SIGKILL);
+            reapWithin(pid, std::chrono::seconds(10), &status);
         }
         result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
         result.out = slurp(out);
